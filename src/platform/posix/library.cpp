@@ -1,0 +1,21 @@
+#include "platform/library.h"
+
+namespace corvalint {
+namespace {
+
+// The libraries that are asked for exist on Windows only.
+
+bool SetFolder(const char*) { return false; }
+
+LibraryHandle Load(const char*) { return nullptr; }
+
+void* Symbol(LibraryHandle, const char*) { return nullptr; }
+
+}  // namespace
+
+const LibraryApi& LibraryApi::System() {
+  static constexpr LibraryApi table{.setDllDirectory = SetFolder, .load = Load, .symbol = Symbol};
+  return table;
+}
+
+}  // namespace corvalint
