@@ -7,7 +7,8 @@
 namespace corvalint {
 
 // Tables for a machine that lacks a device library: every function fails the way the real one does,
-// so the code above needs no case of its own. They hold no state, live for ever and serve any thread.
+// so the code above needs no case of its own. They hold no state, live for ever and serve any
+// thread.
 
 // No devices: opening one is kMidiBadDevice, anything with a handle is kMidiInvalidHandle.
 const WinMidiApi& MissingWinMidi();

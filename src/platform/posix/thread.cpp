@@ -26,8 +26,8 @@ constexpr std::size_t kStackSize = std::size_t{8} << 20;
 constexpr std::size_t kStackSize = std::size_t{1} << 20;
 #endif
 
-// What a handle points at. Nothing can be done with a detached thread: the object only makes a handle
-// that is never closed visible as a leak.
+// What a handle points at. Nothing can be done with a detached thread: the object only makes a
+// handle that is never closed visible as a leak.
 struct Handle {
   std::uint32_t id;
 };

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/seam.h"
+
+namespace corvalint {
+
+using LibraryHandle = void*;
+
+// Dynamic libraries. Names and paths are in the ANSI code page, as the registry gives them.
+struct LibraryApi {
+  // Adds a folder to the process's search for libraries, in place of an earlier one.
+  bool (*setDllDirectory)(const char* folder);
+  // Loads a library by name or path; null when it cannot be loaded. It is never freed.
+  LibraryHandle (*load)(const char* name);
+  // The address of an exported function, or null.
+  void* (*symbol)(LibraryHandle library, const char* name);
+
+  static const LibraryApi& System();
+};
+
+}  // namespace corvalint
