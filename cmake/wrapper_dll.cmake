@@ -13,12 +13,14 @@ set_target_properties(corvalint_wrapper PROPERTIES
   RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
   ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/implib)
 
-# Line numbers go into a file of their own; the DLL itself is shipped without them.
+# Line numbers go into a file of their own; the DLL itself is shipped without them. These tools would
+# write the time of day into the header again.
 set(dll ${PROJECT_BINARY_DIR}/corvalint_wrapper.dll)
+set(timeless ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
 add_custom_command(TARGET corvalint_wrapper POST_BUILD
-  COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${dll} ${dll}.debug
-  COMMAND ${CMAKE_STRIP} --strip-all ${dll}
-  COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${dll}.debug ${dll}
+  COMMAND ${timeless} ${CMAKE_OBJCOPY} --only-keep-debug ${dll} ${dll}.debug
+  COMMAND ${timeless} ${CMAKE_STRIP} --strip-all ${dll}
+  COMMAND ${timeless} ${CMAKE_OBJCOPY} --add-gnu-debuglink=${dll}.debug ${dll}
   VERBATIM)
 
 # The import library for hosts is made in the form that Microsoft's linker writes itself; GNU ld
