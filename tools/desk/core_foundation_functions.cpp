@@ -1,0 +1,107 @@
+// CoreFoundation's part of the desk, and the functions that its stand-in exports, behind "Desk".
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "call_book.h"
+#include "core_foundation.h"
+#include "outbox.h"
+
+#define DESK_EXPORT extern "C" __declspec(dllexport)
+
+namespace corvalint::desk {
+
+namespace {
+
+struct String {
+  std::string text;
+  bool constant = false;
+};
+
+struct Strings {
+  std::mutex lock;
+  std::map<const void*, std::unique_ptr<String>> live;
+  std::map<std::string, const void*> constants;
+};
+
+Strings& AllStrings() {
+  static Strings* strings = new Strings;
+  return *strings;
+}
+
+const void* Keep(Strings& all, const std::string& text, bool constant) {
+  auto string = std::make_unique<String>();
+  string->text = text;
+  string->constant = constant;
+  const void* key = string.get();
+  all.live[key] = std::move(string);
+  return key;
+}
+
+}  // namespace
+
+const void* MakeString(const std::string& text) {
+  Strings& all = AllStrings();
+  const std::lock_guard hold(all.lock);
+  return Keep(all, text, false);
+}
+
+std::size_t LiveStrings() {
+  Strings& all = AllStrings();
+  const std::lock_guard hold(all.lock);
+  return all.live.size() - all.constants.size();
+}
+
+std::string TextOf(const void* string) {
+  Strings& all = AllStrings();
+  const std::lock_guard hold(all.lock);
+  const auto found = all.live.find(string);
+  return found == all.live.end() ? std::string() : found->second->text;
+}
+
+}  // namespace corvalint::desk
+
+using corvalint::desk::AllStrings;
+using corvalint::desk::Call;
+using corvalint::desk::Outbox;
+
+DESK_EXPORT const void* DeskCfMakeConstantString(const char* text) {
+  Call call("__CFStringMakeConstantString", {}, text);
+  auto& all = AllStrings();
+  const std::lock_guard hold(all.lock);
+  const void*& constant = all.constants[text];
+  if (constant == nullptr) constant = corvalint::desk::Keep(all, text, true);
+  call.Done(1);
+  return constant;
+}
+
+DESK_EXPORT unsigned char DeskCfStringGetCString(const void* string, char* buffer, long long size,
+                                                 std::uint32_t encoding) {
+  constexpr std::uint32_t kAscii = 0x0600;
+  constexpr std::uint32_t kUtf8 = 0x08000100;
+  Call call("CFStringGetCString", {static_cast<std::uint64_t>(size), encoding});
+  if (call.Scripted()) return call.Result<unsigned char>();
+  const std::string text = corvalint::desk::TextOf(string);
+  bool fits = buffer != nullptr && size > static_cast<long long>(text.size());
+  if (encoding != kAscii && encoding != kUtf8) fits = false;
+  for (const char letter : text) {
+    if (encoding == kAscii && static_cast<unsigned char>(letter) >= 0x80) fits = false;
+  }
+  if (fits) std::memcpy(buffer, text.c_str(), text.size() + 1);
+  return call.Done(static_cast<unsigned char>(fits ? 1 : 0));
+}
+
+DESK_EXPORT void DeskCfRelease(const void* string) {
+  Call call("CFRelease", {});
+  auto& all = AllStrings();
+  bool known = false;
+  {
+    const std::lock_guard hold(all.lock);
+    const auto found = all.live.find(string);
+    known = found != all.live.end();
+    if (known && !found->second->constant) all.live.erase(found);
+  }
+  if (!known) Outbox::Get().Violation("CFRelease of something that is not a live string");
+  call.Done(known ? 1 : 0);
+}
