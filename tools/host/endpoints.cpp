@@ -1,0 +1,117 @@
+#include "host/endpoints.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+
+namespace corvalint::host {
+namespace {
+
+constexpr int kWalkAttempts = 5;
+
+std::vector<int32_t> ReadIds(const SideCalls& calls) {
+  std::vector<int32_t> ids;
+  int64_t count = calls.count();
+  for (int position = 0; position < count; ++position) ids.push_back(calls.idAt(position));
+  return ids;
+}
+
+std::string ReadName(const SideCalls& calls, int32_t id) {
+  std::string name;
+  int64_t length = calls.nameLength(id);
+  for (int position = 0; position < length; ++position) name += calls.nameByte(id, position);
+  return name;
+}
+
+Endpoint ReadEndpoint(const SideCalls& calls, const System& system, int32_t id) {
+  Endpoint endpoint;
+  endpoint.id = id;
+  endpoint.nameBytes = ReadName(calls, id);
+  endpoint.name = system.ansiToUtf8(endpoint.nameBytes);
+  endpoint.on = calls.status(id) != 0;
+  endpoint.available = calls.available(id) != 0;
+  return endpoint;
+}
+
+// True if the list was the same before and after its endpoints were asked. An endpoint that went
+// between would otherwise show up with an empty name, or hide the one behind it.
+bool WalkOnce(const SideCalls& calls, const System& system, std::vector<Endpoint>& endpoints) {
+  std::vector<int32_t> ids = ReadIds(calls);
+  endpoints.clear();
+  for (int32_t id : ids) endpoints.push_back(ReadEndpoint(calls, system, id));
+  return ids == ReadIds(calls);
+}
+
+const Endpoint* FindId(const std::vector<Endpoint>& endpoints, int32_t id) {
+  auto found = std::ranges::find(endpoints, id, &Endpoint::id);
+  return found == endpoints.end() ? nullptr : &*found;
+}
+
+void FormatSide(std::string& text, const char* title, const std::vector<Endpoint>& endpoints) {
+  text += title;
+  text += endpoints.empty() ? ": none\n" : "\n";
+  for (const Endpoint& endpoint : endpoints) {
+    char columns[64];
+    std::snprintf(columns, sizeof columns, "  %11d  %-3s  %-11s  ", endpoint.id,
+                  endpoint.on ? "on" : "off", endpoint.available ? "available" : "unavailable");
+    text += columns + endpoint.name + "\n";
+  }
+}
+
+}  // namespace
+
+std::vector<Endpoint> ReadEndpoints(const SideCalls& calls, const System& system) {
+  std::vector<Endpoint> endpoints;
+  for (int attempt = 1;; ++attempt) {
+    try {
+      if (WalkOnce(calls, system, endpoints) || attempt == kWalkAttempts) return endpoints;
+    } catch (const std::out_of_range&) {
+      if (attempt == kWalkAttempts) throw;
+    }
+  }
+}
+
+Listing ReadListing(const Wrapper& wrapper, const System& system) {
+  return {ReadEndpoints(wrapper.sources, system), ReadEndpoints(wrapper.destinations, system)};
+}
+
+std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std::string_view text) {
+  if (std::optional<int32_t> id = ParseInt32(text)) {
+    if (const Endpoint* endpoint = FindId(endpoints, *id)) return {*endpoint};
+  }
+  std::vector<Endpoint> found;
+  std::ranges::copy_if(endpoints, std::back_inserter(found),
+                       [&](const Endpoint& endpoint) { return endpoint.name == text; });
+  return found;
+}
+
+std::vector<std::string> DescribeChanges(std::string_view side, const std::vector<Endpoint>& before,
+                                         const std::vector<Endpoint>& after) {
+  std::vector<std::string> lines;
+  auto say = [&](const Endpoint& endpoint, const char* what) {
+    lines.push_back(std::string(side) + " \"" + endpoint.name + "\" " + what);
+  };
+  for (const Endpoint& old : before) {
+    if (FindId(after, old.id) == nullptr) say(old, "went");
+  }
+  for (const Endpoint& now : after) {
+    const Endpoint* old = FindId(before, now.id);
+    if (old == nullptr) say(now, "came");
+    if (now.on != (old != nullptr && old->on)) say(now, now.on ? "is on" : "is off");
+    if (now.available != (old == nullptr || old->available)) {
+      say(now, now.available ? "is available again" : "could not be opened");
+    }
+  }
+  return lines;
+}
+
+std::string FormatListing(const Listing& listing) {
+  std::string text;
+  FormatSide(text, "Sources", listing.sources);
+  FormatSide(text, "Destinations", listing.destinations);
+  return text;
+}
+
+}  // namespace corvalint::host

@@ -1,0 +1,220 @@
+#include "host/windows_system.h"
+
+#include <windows.h>
+// Needs windows.h before it.
+#include <fcntl.h>
+#include <io.h>
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <vector>
+
+namespace corvalint::host {
+namespace {
+
+constexpr ULONGLONG kAskedRecentlyMilliseconds = 1000;
+
+// Shared with the thread on which the system reports Ctrl-C.
+std::atomic<ULONGLONG> lastAsked{0};
+std::atomic<bool> interrupted{false};
+
+BOOL WINAPI NoteInterrupt(DWORD event) {
+  if (event != CTRL_C_EVENT) return FALSE;
+  if (lastAsked == 0 || GetTickCount64() - lastAsked > kAskedRecentlyMilliseconds) return FALSE;
+  interrupted = true;
+  return TRUE;
+}
+
+bool TakeInterrupt() {
+  lastAsked = GetTickCount64();
+  return interrupted.exchange(false);
+}
+
+std::string AnsiToUtf8(const std::string& bytes) {
+  int size = static_cast<int>(bytes.size());
+  int length = MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, nullptr, 0);
+  std::wstring wide(static_cast<size_t>(length), L'\0');
+  MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, wide.data(), length);
+  return WideToUtf8(wide);
+}
+
+int64_t CountThreads() {
+  HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  if (snapshot == INVALID_HANDLE_VALUE) throw std::runtime_error("the threads cannot be listed");
+  int64_t count = 0;
+  THREADENTRY32 entry = {};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
+  }
+  CloseHandle(snapshot);
+  return count;
+}
+
+// The system's table of all open handles, as its native interface lays it out.
+struct HandleEntry {
+  void* object;
+  ULONG_PTR processId;
+  ULONG_PTR handle;
+  ULONG access;
+  USHORT creator;
+  USHORT type;
+  ULONG attributes;
+  ULONG reserved;
+};
+struct HandleTable {
+  ULONG_PTR count;
+  ULONG_PTR reserved;
+};
+static_assert(sizeof(HandleEntry) == 40 && sizeof(HandleTable) == 16);
+
+// GetProcessHandleCount would do on Windows, but under Wine it succeeds and says 0 for any process.
+int64_t CountHandles() {
+  using QuerySystem = LONG(WINAPI*)(int kind, void* data, ULONG size, ULONG* needed);
+  constexpr int kExtendedHandleInformation = 64;
+  constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004);
+  FARPROC address = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation");
+  auto query = reinterpret_cast<QuerySystem>(reinterpret_cast<void*>(address));
+  std::vector<char> data(size_t{1} << 16);
+  LONG status = kInfoLengthMismatch;
+  while (query != nullptr && status == kInfoLengthMismatch && data.size() < (size_t{1} << 30)) {
+    data.resize(data.size() * 2);
+    status =
+        query(kExtendedHandleInformation, data.data(), static_cast<ULONG>(data.size()), nullptr);
+  }
+  if (status != 0) throw std::runtime_error("the handles cannot be counted");
+  HandleTable table;
+  std::memcpy(&table, data.data(), sizeof table);
+  int64_t count = 0;
+  for (size_t index = 0; index < table.count; ++index) {
+    HandleEntry entry;
+    std::memcpy(&entry, data.data() + sizeof table + index * sizeof entry, sizeof entry);
+    if (entry.processId == GetCurrentProcessId()) ++count;
+  }
+  return count;
+}
+
+// Handles first: the list of threads is itself a handle while it is read.
+ProcessCounts CountProcess() {
+  ProcessCounts counts;
+  counts.handles = CountHandles();
+  counts.threads = CountThreads();
+  return counts;
+}
+
+std::wstring ProgramFolder() {
+  std::wstring path(32768, L'\0');
+  DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+  path.resize(length);
+  return path.substr(0, path.find_last_of(L'\\') + 1);
+}
+
+std::string ErrorText(DWORD error) {
+  wchar_t text[512] = L"";
+  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                error, 0, text, 512, nullptr);
+  while (length > 0 && text[length - 1] <= L' ') --length;
+  return WideToUtf8(std::wstring(text, length)) + " (" + std::to_string(error) + ")";
+}
+
+template <typename Function>
+void Bind(HMODULE module, const char* name, Function& function) {
+  FARPROC address = GetProcAddress(module, name);
+  if (address == nullptr) {
+    throw std::runtime_error(std::string("corvalint_wrapper.dll has no export ") + name);
+  }
+  function = reinterpret_cast<Function>(reinterpret_cast<void*>(address));
+}
+
+std::optional<std::string> ReadConsoleLine(HANDLE console) {
+  wchar_t text[1024];
+  DWORD length = 0;
+  if (!ReadConsoleW(console, text, 1024, &length, nullptr) || length == 0) return std::nullopt;
+  if (text[0] == L'\x1A') return std::nullopt;
+  while (length > 0 && (text[length - 1] == L'\n' || text[length - 1] == L'\r')) --length;
+  return WideToUtf8(std::wstring(text, length));
+}
+
+}  // namespace
+
+std::string WideToUtf8(const std::wstring& text) {
+  int size = static_cast<int>(text.size());
+  int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+  std::string bytes(static_cast<size_t>(length), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text.data(), size, bytes.data(), length, nullptr, nullptr);
+  return bytes;
+}
+
+Wrapper LoadWrapper() {
+  std::wstring path = ProgramFolder() + L"corvalint_wrapper.dll";
+  HMODULE module = LoadLibraryW(path.c_str());
+  if (module == nullptr) {
+    throw std::runtime_error(WideToUtf8(path) + " cannot be loaded: " + ErrorText(GetLastError()));
+  }
+  Wrapper calls;
+  Bind(module, "corvalintServerStart", calls.start);
+  Bind(module, "corvalintServerWiFiClients", calls.wifiClients);
+  Bind(module, "corvalintServerUSBClients", calls.usbClients);
+  Bind(module, "corvalintServerScriptActive", calls.scriptActive);
+  Bind(module, "corvalintServerActiveConnections", calls.activeConnections);
+  Bind(module, "initliaze_port_control", calls.portControl);
+  Bind(module, "corvalintServerGetCountOfSources", calls.sources.count);
+  Bind(module, "get_unique_id_source", calls.sources.idAt);
+  Bind(module, "get_source_name_length", calls.sources.nameLength);
+  Bind(module, "corvalintServerGetActiveMIDISourceName", calls.sources.nameByte);
+  Bind(module, "set_source_status", calls.sources.toggle);
+  Bind(module, "get_source_status", calls.sources.status);
+  Bind(module, "get_source_available", calls.sources.available);
+  Bind(module, "corvalintServerGetCountOfDestinations", calls.destinations.count);
+  Bind(module, "get_unique_id_destination", calls.destinations.idAt);
+  Bind(module, "get_dest_name_length", calls.destinations.nameLength);
+  Bind(module, "corvalintServerGetActiveMIDIDestName", calls.destinations.nameByte);
+  Bind(module, "set_destination_status", calls.destinations.toggle);
+  Bind(module, "get_destination_status", calls.destinations.status);
+  Bind(module, "get_destination_available", calls.destinations.available);
+  return calls;
+}
+
+System MakeSystem() {
+  SetConsoleCtrlHandler(NoteInterrupt, TRUE);
+  System system;
+  system.ansiToUtf8 = AnsiToUtf8;
+  system.processCounts = CountProcess;
+  system.sleep = [](int milliseconds) { Sleep(static_cast<DWORD>(milliseconds)); };
+  system.takeInterrupt = TakeInterrupt;
+  system.processId = GetCurrentProcessId();
+  return system;
+}
+
+std::FILE* SeparateOutput(bool libraryToStderr) {
+  std::fflush(stdout);
+  int own = _dup(1);
+  if (own < 0) return nullptr;
+  int library = libraryToStderr ? _dup(2) : _open("NUL", _O_WRONLY);
+  if (library < 0 || _dup2(library, 1) != 0) return nullptr;
+  _close(library);
+  return _fdopen(own, "w");
+}
+
+bool InputIsConsole() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
+}
+
+std::optional<std::string> ReadInputLine() {
+  if (InputIsConsole()) return ReadConsoleLine(GetStdHandle(STD_INPUT_HANDLE));
+  std::string line;
+  if (!std::getline(std::cin, line)) return std::nullopt;
+  return line;
+}
+
+Utf8Console::Utf8Console() : codePageBefore(GetConsoleOutputCP()) { SetConsoleOutputCP(CP_UTF8); }
+
+Utf8Console::~Utf8Console() {
+  if (codePageBefore != 0) SetConsoleOutputCP(codePageBefore);
+}
+
+}  // namespace corvalint::host

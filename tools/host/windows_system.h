@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "host/wrapper.h"
+
+// The Windows side of the host. All texts are UTF-8. Main thread only.
+namespace corvalint::host {
+
+std::string WideToUtf8(const std::wstring& text);
+
+// Loads corvalint_wrapper.dll from the folder of this program and binds its twenty exports. Throws
+// std::runtime_error that says which file or which export is missing.
+Wrapper LoadWrapper();
+
+// Fills the table. A Ctrl-C is noted for takeInterrupt if that was asked within the last second,
+// which is what a watch does; otherwise it ends the program.
+System MakeSystem();
+
+// Gives this program a standard output of its own and turns the process's, which the library prints
+// to, to standard error or to nowhere. Null if the system refuses. Stays open to the program's end.
+std::FILE* SeparateOutput(bool libraryToStderr);
+
+// True if a person types the input.
+bool InputIsConsole();
+
+// The next line of standard input without its line end; empty at its end. A console is read as
+// UTF-16, since its byte interface loses what the code page lacks.
+std::optional<std::string> ReadInputLine();
+
+// While it lives, a console on this process shows UTF-8.
+class Utf8Console {
+ public:
+  Utf8Console();
+  ~Utf8Console();
+  Utf8Console(const Utf8Console&) = delete;
+  Utf8Console& operator=(const Utf8Console&) = delete;
+
+ private:
+  unsigned int codePageBefore;
+};
+
+}  // namespace corvalint::host

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "corvalint_wrapper.h"
+
+namespace corvalint::host {
+
+// The exports that exist once for sources and once for destinations, for one of the two.
+struct SideCalls {
+  decltype(&corvalintServerGetCountOfSources) count = nullptr;
+  decltype(&get_unique_id_source) idAt = nullptr;
+  decltype(&get_source_name_length) nameLength = nullptr;
+  decltype(&corvalintServerGetActiveMIDISourceName) nameByte = nullptr;
+  decltype(&set_source_status) toggle = nullptr;
+  decltype(&get_source_status) status = nullptr;
+  decltype(&get_source_available) available = nullptr;
+};
+
+// All twenty exports of the library, bound by name. Every pointer is set once binding succeeded.
+struct Wrapper {
+  decltype(&corvalintServerStart) start = nullptr;
+  decltype(&corvalintServerWiFiClients) wifiClients = nullptr;
+  decltype(&corvalintServerUSBClients) usbClients = nullptr;
+  decltype(&corvalintServerScriptActive) scriptActive = nullptr;
+  decltype(&corvalintServerActiveConnections) activeConnections = nullptr;
+  decltype(&initliaze_port_control) portControl = nullptr;
+  SideCalls sources;
+  SideCalls destinations;
+};
+
+// How many of the system's things this process holds.
+struct ProcessCounts {
+  int64_t handles = 0;
+  int64_t threads = 0;
+};
+
+// What the host needs from the system. The texts it takes and gives are UTF-8 but for AnsiToUtf8's
+// argument, which is bytes in the ANSI code page.
+struct System {
+  std::function<std::string(const std::string&)> ansiToUtf8;
+  std::function<ProcessCounts()> processCounts;  // Throws std::runtime_error if it cannot tell.
+  std::function<void(int milliseconds)> sleep;
+  // True once if the person pressed Ctrl-C since it was last asked.
+  std::function<bool()> takeInterrupt;
+  int64_t processId = 0;
+};
+
+}  // namespace corvalint::host
