@@ -1,0 +1,128 @@
+#include <osc/OscOutboundPacketStream.h>
+
+#include <optional>
+
+#include "clients/packet_buffer.h"
+#include "clients/usb_server.h"
+
+namespace corvalint {
+
+static_assert(sizeof(osc::int64) == 8 && sizeof(osc::int32) == 4,
+              "time stamps and ids go over the wire in 8 and 4 bytes");
+
+std::atomic<UsbServer*> theUsbServer{nullptr};
+
+namespace {
+
+constexpr std::size_t RoundUp4(std::size_t size) { return (size + 3) & ~std::size_t{3}; }
+
+// A finished "/midi" packet.
+class MidiPacket {
+ public:
+  MidiPacket(const std::uint8_t* data, std::uint32_t length, const std::string& name,
+             std::int32_t id, std::int64_t timestamp)
+      : buffer(PacketSize(name, length)), stream(buffer.Data(), buffer.Capacity()) {
+    // The OSC library counts a blob in signed 32 bits, so what can never fit is refused here.
+    if (length > kMaximumPacket) throw osc::OutOfBufferMemoryException();
+    // An empty blob needs an address too.
+    const void* bytes = data != nullptr ? static_cast<const void*>(data) : "";
+    stream << osc::BeginMessage("/midi") << name.c_str() << static_cast<osc::int32>(id)
+           << static_cast<osc::int64>(timestamp)
+           << osc::Blob(bytes, static_cast<osc::osc_bundle_element_size_t>(length))
+           << osc::EndMessage;
+  }
+
+  void SendTo(DeviceClient& client) const {
+    client.SendFramed(stream.Data(), static_cast<std::uint32_t>(stream.Size()));
+  }
+
+ private:
+  static std::size_t PacketSize(const std::string& name, std::uint32_t length) {
+    constexpr std::size_t kAddressAndTags = 8 + 8;      // "/midi" and ",sihb", each with padding
+    constexpr std::size_t kFixedArguments = 4 + 8 + 4;  // id, time stamp, blob size
+    return kAddressAndTags + RoundUp4(name.size() + 1) + kFixedArguments + RoundUp4(length);
+  }
+
+  PacketBuffer buffer;
+  osc::OutboundPacketStream stream;
+};
+
+}  // namespace
+
+void UsbServer::SendMidiToAll(const std::uint8_t* data, std::uint32_t length, std::string name,
+                              std::int32_t id, std::int64_t timestamp) {
+  const MidiPacket packet(data, length, name, id, timestamp);
+  CriticalSectionScope hold(clientLock);
+  for (DeviceClient* client : ClientWalk(clients)) packet.SendTo(*client);
+}
+
+void UsbServer::SendMidiToOwners(const std::uint8_t* data, std::uint32_t length, std::string name,
+                                 std::int32_t id, std::int64_t timestamp, std::string ownerKey) {
+  const MidiPacket packet(data, length, name, id, timestamp);
+  CriticalSectionScope hold(clientLock);
+  for (DeviceClient* client : ClientWalk(clients)) {
+    if (Owns(*client, ownerKey, name)) packet.SendTo(*client);
+  }
+}
+
+void UsbServer::RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, std::string name,
+                                  std::int32_t id, const DeviceClient& origin,
+                                  std::int64_t timestamp) {
+  const MidiPacket packet(data, length, name, id, timestamp);
+  for (DeviceClient* client : ClientWalk(clients)) {
+    if (client != &origin) packet.SendTo(*client);
+  }
+}
+
+void UsbServer::Announce(Announcement what, const std::string& name, std::int32_t id,
+                         const std::string& ownerKey) {
+  const AnnouncementPacket packet(what, name, id);
+  CriticalSectionScope hold(clientLock);
+  for (DeviceClient* client : ClientWalk(clients)) {
+    if (!Owns(*client, ownerKey, name)) packet.SendTo(*client);
+  }
+}
+
+void UsbServer::SendAddRemoteSource(std::string name, std::int32_t id, std::string ownerKey) {
+  Announce(Announcement::addRemoteSource, name, id, ownerKey);
+  PrintAnnounced(Announcement::addRemoteSource, name, id);
+}
+
+void UsbServer::SendAddRemoteDestination(std::string name, std::int32_t id, std::string ownerKey) {
+  Announce(Announcement::addRemoteDestination, name, id, ownerKey);
+  PrintAnnounced(Announcement::addRemoteDestination, name, id);
+}
+
+void UsbServer::SendRemoveRemoteSource(std::string name, std::int32_t id, std::string ownerKey) {
+  Announce(Announcement::removeRemoteSource, name, id, ownerKey);
+  PrintAnnounced(Announcement::removeRemoteSource, name, id);
+}
+
+void UsbServer::SendRemoveRemoteDestination(std::string name, std::int32_t id,
+                                            std::string ownerKey) {
+  Announce(Announcement::removeRemoteDestination, name, id, ownerKey);
+  PrintAnnounced(Announcement::removeRemoteDestination, name, id);
+}
+
+// The hook gives up a hold before it walks its ports and another one on a hit, so its caller enters
+// twice: the walk is then still protected. The scope restores what is left or missing afterwards.
+void UsbServer::NotifyOtherManagers(std::string name, std::int32_t id,
+                                    const DeviceClient& origin) CORVALINT_UNCHECKED_LOCKING {
+  CriticalSection* lock = midiLock.load(std::memory_order_acquire);
+  if (lock == nullptr) return;
+  for (DeviceClient* client : ClientWalk(clients)) {
+    if (client == &origin) continue;
+    HoldScope restore(*lock);
+    lock->Enter();
+    lock->Enter();
+    client->Owner().SendMidiToDestination(name, static_cast<std::uint32_t>(id));
+  }
+}
+
+bool UsbServer::Owns(DeviceClient& client, const std::string& ownerKey, const std::string& name) {
+  std::optional<HoldScope> restore;
+  if (CriticalSection* lock = midiLock.load(std::memory_order_acquire)) restore.emplace(*lock);
+  return client.Owner().OwnsEndpoint(ownerKey, name);
+}
+
+}  // namespace corvalint

@@ -1,0 +1,55 @@
+#include "clients/packet_buffer.h"
+
+#include <utility>
+
+#include "platform/critical_section.h"
+
+namespace corvalint {
+
+namespace {
+
+// Large buffers that nobody uses at the moment; at most as many as threads that send at once.
+struct Store {
+  CriticalSection lock;
+  std::array<std::unique_ptr<char[]>, 8> spare CORVALINT_GUARDED_BY(lock);
+};
+
+Store& TheStore() {
+  static auto* const store = new Store;  // leaked: it has users until the process ends
+  return *store;
+}
+
+std::unique_ptr<char[]> TakeLarge() {
+  {
+    Store& store = TheStore();
+    CriticalSectionScope hold(store.lock);
+    for (auto& buffer : store.spare) {
+      if (buffer != nullptr) return std::move(buffer);
+    }
+  }
+  return std::make_unique<char[]>(kMaximumPacket);
+}
+
+// Frees the buffer when the store is full.
+void GiveBack(std::unique_ptr<char[]> used) {
+  Store& store = TheStore();
+  CriticalSectionScope hold(store.lock);
+  for (auto& buffer : store.spare) {
+    if (buffer == nullptr) {
+      buffer = std::move(used);
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+PacketBuffer::PacketBuffer(std::size_t expected) {
+  if (expected > small.size()) large = TakeLarge();
+}
+
+PacketBuffer::~PacketBuffer() {
+  if (large != nullptr) GiveBack(std::move(large));
+}
+
+}  // namespace corvalint

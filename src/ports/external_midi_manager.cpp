@@ -1,0 +1,231 @@
+#include "ports/external_midi_manager.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace corvalint {
+
+namespace {
+
+// Closes a new port that nobody took over, with no lock held, also when an exception passes.
+class UnclaimedPort {
+ public:
+  explicit UnclaimedPort(std::shared_ptr<VirtualMidiPort> newPort) : port(std::move(newPort)) {}
+  ~UnclaimedPort() {
+    if (port != nullptr) port->Close();
+  }
+  UnclaimedPort(const UnclaimedPort&) = delete;
+  UnclaimedPort& operator=(const UnclaimedPort&) = delete;
+
+  VirtualMidiPort& operator*() const { return *port; }
+  const std::shared_ptr<VirtualMidiPort>& Get() const { return port; }
+  void Claimed() { port.reset(); }
+
+ private:
+  std::shared_ptr<VirtualMidiPort> port;
+};
+
+}  // namespace
+
+ExternalMidiManager::ExternalMidiManager(UsbServer& usbServer, CriticalSection& lock,
+                                         DesktopNames& desktopNames)
+    : server(usbServer), midiLock(lock), names(desktopNames) {}
+
+void ExternalMidiManager::AddRemoteSource(std::string name, std::uint32_t id) {
+  if (!Publish(EndpointKind::source, name, id)) return;
+  server.SendAddRemoteSource(std::move(name), static_cast<std::int32_t>(id), deviceKey);
+}
+
+void ExternalMidiManager::AddRemoteDestination(std::string name, std::uint32_t id) {
+  if (!Publish(EndpointKind::destination, name, id)) return;
+  server.SendAddRemoteDestination(std::move(name), static_cast<std::int32_t>(id), deviceKey);
+}
+
+// False when the id was known already. The driver makes a port outside `midiLock`, which played
+// notes wait for, so what the tables say is looked up again afterwards: a second stream of the same
+// device may have been faster.
+bool ExternalMidiManager::Publish(EndpointKind kind, const std::string& name, std::uint32_t id) {
+  {
+    CriticalSectionScope hold(midiLock);
+    if (PortWithId(kind, id) != nullptr) return false;
+    if (AttachToExistingPort(kind, name, id)) return true;
+  }
+  UnclaimedPort port(VirtualMidiPort::Create(name, names));
+  CriticalSectionScope hold(midiLock);
+  if (PortWithId(kind, id) != nullptr) return false;
+  if (AttachToExistingPort(kind, name, id)) return true;
+  (*port).SetOwner(this, deviceKey);
+  ports.push_back(port.Get());
+  // A new port's record carries no device key of its own; the port's is the one that is passed on.
+  (*port).AddRecord(kind, name, id, "");
+  port.Claimed();
+  return true;
+}
+
+bool ExternalMidiManager::AttachToExistingPort(EndpointKind kind, const std::string& name,
+                                               std::uint32_t id) {
+  const auto port = std::find_if(ports.rbegin(), ports.rend(), [&](const PortPointer& candidate) {
+    return candidate->Name() == name && candidate->Record(kind) == nullptr;
+  });
+  if (port == ports.rend()) return false;
+  (*port)->AddRecord(kind, name, id, deviceKey);
+  return true;
+}
+
+ExternalMidiManager::PortPointer ExternalMidiManager::PortWithId(EndpointKind kind,
+                                                                 std::uint32_t id) {
+  const auto port = std::find_if(ports.rbegin(), ports.rend(), [&](const PortPointer& candidate) {
+    const auto record = candidate->Record(kind);
+    return record != nullptr && record->endpointId == id;
+  });
+  return port == ports.rend() ? nullptr : *port;
+}
+
+// Takes the record off the port and the port, when that was its last one, out of the table; gives
+// the port back then, for its caller to close outside the lock.
+ExternalMidiManager::PortPointer ExternalMidiManager::TakeOff(EndpointKind kind,
+                                                              const PortPointer& port) {
+  port->RemoveRecord(kind);
+  const EndpointKind other =
+      kind == EndpointKind::source ? EndpointKind::destination : EndpointKind::source;
+  if (port->Record(other) != nullptr) return nullptr;
+  ports.erase(std::remove(ports.begin(), ports.end(), port), ports.end());
+  return port;
+}
+
+// The message goes out while the source is still there and `midiLock` is held, so `clientLock` must
+// be entered first. Printing waits until both are left, and so does the closing of the port, which
+// waits for a driver callback that may want them.
+void ExternalMidiManager::RemoveRemoteSource(std::string name, std::uint32_t id) {
+  PortPointer emptied;
+  std::exception_ptr failure;
+  {
+    CriticalSectionScope holdClients(server.clientLock);
+    CriticalSectionScope hold(midiLock);
+    const PortPointer port = PortWithId(EndpointKind::source, id);
+    if (port == nullptr) return;
+    try {
+      server.Announce(Announcement::removeRemoteSource, name, static_cast<std::int32_t>(id),
+                      deviceKey);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    emptied = TakeOff(EndpointKind::source, port);
+  }
+  if (failure == nullptr) {
+    PrintAnnounced(Announcement::removeRemoteSource, name, static_cast<std::int32_t>(id));
+  }
+  if (emptied != nullptr) emptied->Close();
+  if (failure != nullptr) std::rethrow_exception(failure);
+}
+
+// Unlike a source, a destination is announced as removed with the lock released, on purpose; the
+// port that was found before is then changed without a second search. It is looked at again all the
+// same: a second stream of the same device may have removed the record meanwhile.
+void ExternalMidiManager::RemoveRemoteDestination(std::string name, std::uint32_t id) {
+  PortPointer port;
+  std::shared_ptr<VirtualMidiEndpointRecord> record;
+  {
+    CriticalSectionScope hold(midiLock);
+    port = PortWithId(EndpointKind::destination, id);
+    if (port == nullptr) return;
+    record = port->Record(EndpointKind::destination);
+  }
+  std::exception_ptr failure;
+  try {
+    server.SendRemoveRemoteDestination(std::move(name), static_cast<std::int32_t>(id), deviceKey);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  PortPointer emptied;
+  {
+    CriticalSectionScope hold(midiLock);
+    if (port->Record(EndpointKind::destination) == record) {
+      emptied = TakeOff(EndpointKind::destination, port);
+    }
+  }
+  if (emptied != nullptr) emptied->Close();
+  if (failure != nullptr) std::rethrow_exception(failure);
+}
+
+bool ExternalMidiManager::SendMidiToSourcePort(const std::uint8_t* data, std::uint32_t count,
+                                               std::string /*name*/, std::uint32_t id) {
+  PortPointer port;
+  std::shared_ptr<VirtualMidiEndpointRecord> record;
+  {
+    CriticalSectionScope hold(midiLock);
+    port = PortWithId(EndpointKind::source, id);
+    if (port == nullptr) return false;
+    record = port->Record(EndpointKind::source);
+  }
+  port->SendData(*record, data, count);
+  return true;
+}
+
+std::int32_t ExternalMidiManager::HasEndpointNamed(std::string name) {
+  CriticalSectionScope hold(midiLock);
+  for (const PortPointer& port : ports) {
+    for (const EndpointKind kind : {EndpointKind::source, EndpointKind::destination}) {
+      const auto record = port->Record(kind);
+      if (record != nullptr && record->name == name) return 1;
+    }
+  }
+  return 0;
+}
+
+std::vector<PublishedEndpoint> ExternalMidiManager::PublishedEndpoints() {
+  std::vector<PublishedEndpoint> published;
+  CriticalSectionScope hold(midiLock);
+  for (auto port = ports.rbegin(); port != ports.rend(); ++port) {
+    for (const EndpointKind kind : {EndpointKind::destination, EndpointKind::source}) {
+      if (const auto record = (*port)->Record(kind)) {
+        published.push_back({kind, record->name, record->endpointId});
+      }
+    }
+  }
+  return published;
+}
+
+// With an empty key the outer hold is never left, on purpose: the operation answers with one hold
+// kept for its caller, who restores the count with a HoldScope.
+bool ExternalMidiManager::OwnsEndpoint(std::string ownerKey,
+                                       std::string endpointName) CORVALINT_UNCHECKED_LOCKING {
+  midiLock.Enter();
+  if (ownerKey.empty()) return HasEndpointNamed(std::move(endpointName)) != 0;
+  const bool owns = std::any_of(ports.begin(), ports.end(), [&](const PortPointer& port) {
+    return port->DeviceKey() == ownerKey;
+  });
+  midiLock.Leave();
+  return owns;
+}
+
+// Kept as it is on purpose: it gives up a hold that its caller took, walks, gives up another one on
+// a hit, and sends nothing. The walk runs over a copy, so that it is safe with no hold left.
+void ExternalMidiManager::SendMidiToDestination(std::string /*name*/,
+                                                std::uint32_t id) CORVALINT_UNCHECKED_LOCKING {
+  midiLock.Leave();
+  std::vector<PortPointer> walked;
+  {
+    CriticalSectionScope hold(midiLock);
+    walked = ports;
+  }
+  for (auto port = walked.rbegin(); port != walked.rend(); ++port) {
+    const auto record = (*port)->Record(EndpointKind::destination);
+    if (record != nullptr && record->endpointId == id) {
+      midiLock.Leave();
+      return;
+    }
+  }
+}
+
+void ExternalMidiManager::MidiReceived(const std::uint8_t* data, std::uint32_t count,
+                                       std::string name, std::uint32_t id, std::uint32_t secondWord,
+                                       std::int64_t timestamp, std::string key) {
+  ExternalMidiManagerDelegate* receiver = delegate;
+  if (receiver == nullptr) return;
+  receiver->ExternalMidiReceived(data, count, std::move(name), id, secondWord, timestamp,
+                                 std::move(key));
+}
+
+}  // namespace corvalint

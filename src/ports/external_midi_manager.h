@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "clients/endpoint_owner.h"
+#include "clients/usb_server.h"
+#include "platform/critical_section.h"
+#include "ports/desktop_names.h"
+#include "ports/midi_delegates.h"
+#include "ports/virtual_midi_port.h"
+
+namespace corvalint {
+
+// The MIDI endpoints that one device announced, published on the desktop: one port per endpoint
+// name, carrying a source, a destination or both. Endpoints are told apart by the device's unique
+// id; names need not be unique. A manager lives until the process ends, and its ports stay when the
+// device leaves, for its return. Names compare byte by byte, uncut.
+class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public EndpointOwner {
+ public:
+  // All three must outlive the manager. `lock` is the server's `midiLock`.
+  ExternalMidiManager(UsbServer& usbServer, CriticalSection& lock, DesktopNames& desktopNames);
+
+  // Before any endpoint is added.
+  void SetDeviceKey(std::string key) { deviceKey = std::move(key); }
+  void SetDelegate(ExternalMidiManagerDelegate* receiver) { delegate = receiver; }
+
+  // Publish an endpoint and announce it to the other devices. An id that any port carries already
+  // does nothing. A name too long for an announcement throws osc::OutOfBufferMemoryException, after
+  // the endpoint was published.
+  void AddRemoteSource(std::string name, std::uint32_t id);
+  void AddRemoteDestination(std::string name, std::uint32_t id);
+  // Withdraw an endpoint and tell the other devices; the last record of a port closes it. An
+  // unknown id does nothing. They throw as the adds do, after the endpoint was withdrawn.
+  void RemoveRemoteSource(std::string name, std::uint32_t id);
+  void RemoveRemoteDestination(std::string name, std::uint32_t id);
+
+  // Writes the device's bytes, exactly as received, into the port of the source with that id (the
+  // name is not compared). False when no port has it.
+  bool SendMidiToSourcePort(const std::uint8_t* data, std::uint32_t count, std::string name,
+                            std::uint32_t id);
+
+  // 1 when a record of that name exists, else 0.
+  std::int32_t HasEndpointNamed(std::string name);
+
+  bool OwnsEndpoint(std::string ownerKey, std::string endpointName) override;
+  void SendMidiToDestination(std::string name, std::uint32_t id) override;
+  std::vector<PublishedEndpoint> PublishedEndpoints() override;
+  void MidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+                    std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
+                    std::string key) override;
+
+  // Set while the device is away.
+  std::atomic<bool> deviceDisconnected{false};
+
+ private:
+  using PortPointer = std::shared_ptr<VirtualMidiPort>;
+
+  bool Publish(EndpointKind kind, const std::string& name, std::uint32_t id);
+  bool AttachToExistingPort(EndpointKind kind, const std::string& name, std::uint32_t id)
+      CORVALINT_REQUIRES(midiLock);
+  PortPointer PortWithId(EndpointKind kind, std::uint32_t id) CORVALINT_REQUIRES(midiLock);
+  PortPointer TakeOff(EndpointKind kind, const PortPointer& port) CORVALINT_REQUIRES(midiLock);
+
+  UsbServer& server;
+  CriticalSection& midiLock;
+  DesktopNames& names;
+  std::string deviceKey;  // constant once set
+  std::atomic<ExternalMidiManagerDelegate*> delegate{nullptr};
+  std::vector<PortPointer> ports CORVALINT_GUARDED_BY(midiLock);
+};
+
+}  // namespace corvalint

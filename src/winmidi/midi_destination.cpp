@@ -1,0 +1,135 @@
+#include "winmidi/midi_destination.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/clock.h"
+#include "service/console.h"
+#include "service/log.h"
+
+namespace corvalint {
+
+namespace {
+
+// How long a driver may take to give a block back after it was reset, in milliseconds.
+constexpr int kPatienceAfterReset = 1000;
+
+void PrintFailure(MidiResult result) {
+  switch (result) {
+    case kMidiInvalidParameter:
+      return ConsolePrint("MMSYSERR_INVALPARAM\n");
+    case kMidiInvalidHandle:
+      return ConsolePrint("MMSYSERR_INVALHANDLE\n");
+    case kMidiNoMemory:
+      return ConsolePrint("MMSYSERR_NOMEM\n");
+    default:
+      return;
+  }
+}
+
+// Waits until the driver gives the block back, 21 seconds for a long block at MIDI's own speed.
+// While the device is being closed its closer resets it, and the wait ends soon. False when the
+// driver keeps the block even then.
+bool WaitForBlock(MidiDestinationEndpoint& destination, MidiOutHandle handle, MidiHeader& header) {
+  const WinMidiApi& winmm = Use<WinMidiApi>();
+  int patience = kPatienceAfterReset;
+  while (winmm.midiOutUnprepareHeader(handle, &header, sizeof header) == kMidiStillPlaying) {
+    if (destination.closing && --patience == 0) return false;
+    Use<ClockApi>().sleep(1);
+  }
+  return true;
+}
+
+MidiResult SendBlock(MidiDestinationEndpoint& destination)
+    CORVALINT_REQUIRES(destination.outputLock) {
+  const WinMidiApi& winmm = Use<WinMidiApi>();
+  // A device on its way out counts as closed already.
+  const MidiOutHandle handle = destination.closing ? nullptr : destination.handle.load();
+  MidiHeader& header = destination.block->header;
+  MidiResult result = winmm.midiOutPrepareHeader(handle, &header, sizeof header);
+  if (result != kMidiNoError) return result;
+  result = winmm.midiOutLongMsg(handle, &header, sizeof header);
+  if (result != kMidiNoError) return result;
+  if (!WaitForBlock(destination, handle, header)) {
+    LogError("MIDI output keeps its data: %s", destination.name.c_str());
+    // Leaked, since the driver may still read from it.
+    static_cast<void>(destination.block.release());
+    destination.block = std::make_unique<MidiOutputBlock>();
+  }
+  return kMidiNoError;
+}
+
+}  // namespace
+
+MidiResult OpenMidiDestination(MidiEndpointRegistry& registry,
+                               MidiDestinationEndpoint& destination) {
+  MidiOutHandle handle = nullptr;
+  const MidiResult result =
+      Use<WinMidiApi>().midiOutOpen(&handle, destination.deviceIndex, 0, 0, kMidiCallbackNull);
+  if (result != kMidiNoError) {
+    destination.off = true;
+    destination.available = false;
+    return result;
+  }
+  destination.handle = handle;
+  destination.off = false;
+  destination.available = true;
+  if (MidiDelegate* receiver = registry.delegate) receiver->DestinationAdded(destination);
+  ConsolePrint("destination added %s\n", destination.name.c_str());
+  return kMidiNoError;
+}
+
+void CloseMidiDestination(MidiDestinationEndpoint& destination) {
+  const MidiOutHandle handle = destination.handle;
+  if (handle == nullptr) return;
+  const WinMidiApi& winmm = Use<WinMidiApi>();
+  // Whoever sends raises `sending` before it looks at `closing`, so one of the two sees the other.
+  // A driver may block inside the send or keep the block; a reset frees both, once it has begun.
+  destination.closing = true;
+  while (destination.sending) {
+    winmm.midiOutReset(handle);
+    Use<ClockApi>().sleep(1);
+  }
+  {
+    CriticalSectionScope hold(destination.outputLock);
+    winmm.midiOutClose(handle);
+    destination.handle = nullptr;
+    destination.off = true;
+  }
+  destination.closing = false;
+}
+
+bool SendToMidiDestinations(MidiEndpointRegistry& registry, const std::uint8_t* data,
+                            std::uint32_t length, std::string /*name*/, std::int32_t uniqueId) {
+  std::size_t matches = 0;
+  while (const auto destination = registry.DestinationWithId(uniqueId, matches)) {
+    SendLongMidi(*destination, data, length);
+    ++matches;
+  }
+  return matches > 0;
+}
+
+void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data,
+                  std::uint32_t length) {
+  MidiResult result;
+  {
+    CriticalSectionScope hold(destination.outputLock);
+    destination.sending = true;
+    MidiOutputBlock& block = *destination.block;
+    // The driver reads from the block's own copy, which outlives a driver that does not give it
+    // back.
+    block.data.assign(data, data + length);
+    block.header = MidiHeader{};
+    block.header.data = block.data.data();
+    block.header.bufferLength = length;
+    result = SendBlock(destination);
+    destination.sending = false;
+  }
+  if (result != kMidiNoError) PrintFailure(result);
+}
+
+std::string TextOf(const char (&name)[32]) {
+  return {name, std::find(std::begin(name), std::end(name), '\0')};
+}
+
+}  // namespace corvalint

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/critical_section.h"
+#include "platform/winmm_api.h"
+
+namespace corvalint {
+
+class MidiEndpointRegistry;
+
+inline constexpr std::size_t kInputBufferCount = 4;
+inline constexpr std::uint32_t kInputBufferSize = 65536;
+
+// One MIDI device of the desktop as the host and the devices see it. Shared by the registry's list
+// and by whoever works with it; a share outlives its place in the list.
+struct MidiEndpoint {
+  bool found = false;  // mark of the running scan; device lock
+  std::atomic<bool> off{true};
+  std::atomic<bool> available{true};  // false after a failed open
+  std::string name;                   // constant once listed; at most 31 bytes, ANSI code page
+  std::atomic<std::uint32_t> deviceIndex{0};  // winmm's number at the last scan
+  std::int32_t uniqueId = 0;                  // constant once listed
+  // winmm's handle; null while closed. A source keeps the stale handle of a failed open, on
+  // purpose, but is then not available.
+  std::atomic<void*> handle{nullptr};
+
+  MidiEndpoint() = default;
+  MidiEndpoint(const MidiEndpoint&) = delete;
+  MidiEndpoint& operator=(const MidiEndpoint&) = delete;
+
+  bool IsOpen() const { return !off && handle != nullptr; }
+};
+
+// The four buffers that a source queues at its driver, which owns them while they are queued.
+struct MidiInputBuffers {
+  MidiInputBuffers();
+  std::array<MidiHeader, kInputBufferCount> headers{};
+  std::vector<char> data;
+};
+
+struct MidiSourceEndpoint : MidiEndpoint {
+  explicit MidiSourceEndpoint(MidiEndpointRegistry& owner)
+      : buffers(std::make_unique<MidiInputBuffers>()), registry(owner) {}
+
+  std::unique_ptr<MidiInputBuffers> buffers;  // device lock; the callback, while the device is open
+  MidiEndpointRegistry& registry;
+  // Set before the device is stopped, so that the callback queues no buffer again. Written under
+  // the registry's lock, which the callback holds while it queues.
+  std::atomic<bool> closing{false};
+};
+
+// A block of bytes that the driver reads from until it gives the header back.
+struct MidiOutputBlock {
+  MidiHeader header{};
+  std::vector<char> data;
+};
+
+struct MidiDestinationEndpoint : MidiEndpoint {
+  // One message on its way out. Its holder may wait as long as a system-exclusive message takes on
+  // the wire; whoever closes the device sets `closing` first.
+  CriticalSection outputLock;
+  std::unique_ptr<MidiOutputBlock> block CORVALINT_GUARDED_BY(outputLock) =
+      std::make_unique<MidiOutputBlock>();
+  std::atomic<bool> sending{false};
+  std::atomic<bool> closing{false};
+};
+
+}  // namespace corvalint
