@@ -1,5 +1,6 @@
 /* The public header, read by a C89 compiler. Each assignment fails to compile when the type of its
-   function changes, and the arrays fail when a result type has another width than a host expects. */
+   function changes, and the arrays fail when a result type has another width than a host expects.
+ */
 #include "corvalint_wrapper.h"
 
 typedef char Int64IsEightBytes[sizeof(corvalint_int64) == 8 ? 1 : -1];
@@ -8,10 +9,10 @@ typedef char BoolIsOneByte[sizeof(corvalint_bool) == 1 ? 1 : -1];
 typedef char IntIsFourBytes[sizeof(int) == 4 ? 1 : -1];
 
 struct Wrapper {
-  Int64IsEightBytes *int64Size;
-  Int64IsSigned *int64Sign;
-  BoolIsOneByte *boolSize;
-  IntIsFourBytes *intSize;
+  Int64IsEightBytes* int64Size;
+  Int64IsSigned* int64Sign;
+  BoolIsOneByte* boolSize;
+  IntIsFourBytes* intSize;
   void (*nothing)(void);
   int (*fixedNumber[2])(void);
   unsigned int (*clients)(void);
@@ -25,9 +26,9 @@ struct Wrapper {
   corvalint_bool (*flag[4])(int);
 };
 
-void BindAll(struct Wrapper *wrapper);
+void BindAll(struct Wrapper* wrapper);
 
-void BindAll(struct Wrapper *wrapper) {
+void BindAll(struct Wrapper* wrapper) {
   wrapper->nothing = corvalintServerStart;
   wrapper->fixedNumber[0] = corvalintServerWiFiClients;
   wrapper->fixedNumber[1] = corvalintServerActiveConnections;
