@@ -1,3 +1,4 @@
+/* clang-format off: the rules below stand in two columns. */
 /*
  * corvalint_wrapper: a MIDI bridge between iOS devices on USB and the MIDI world of this machine.
  *
@@ -7,41 +8,44 @@
  *
  * Rules that hold for every function
  *
- * Calling.    Plain C functions with undecorated names, x86-64 Windows calling convention. Load the
- *             library by name or link to its import library. Call from an ordinary thread, never
- *             from DllMain. Any thread may call; calls of several threads at once are allowed.
- * Life.       There is no stop. corvalintServerStart pins the module: it stays in the process until
- *             the process ends, and FreeLibrary does not unload it.
+ * Calling.    Plain C functions with undecorated names, x86-64 Windows calling convention. Load
+ *             the library by name or link to its import library. Call from an ordinary thread,
+ *             never from DllMain. Any thread may call; calls of several threads at once are
+ *             allowed.
+ * Life.       There is no stop. corvalintServerStart pins the module: it stays in the process
+ *             until the process ends, and FreeLibrary does not unload it.
  * When.       Only the start function does anything to the process. Every other function may be
  *             called before it and then finds nothing: counts of 0, every id unknown. After the
  *             start the counts stay 0 until the first scan of this machine's MIDI devices has
  *             finished, some milliseconds later. The lists are scanned again every five seconds.
  * Waiting.    The asking functions may wait a moment for a scan that is under way. The two that
  *             switch open and close a MIDI device, which takes as long as its driver takes.
- * Identity.   An endpoint has an id, which stays the same while the device is present. A device that
- *             was unplugged and returns has a new id, and ids mean nothing in another run. Position
- *             is the place in the list, counted from 0, and shifts when a device before it goes.
- *             Use positions only to learn ids, and ids for everything else.
+ * Identity.   An endpoint has an id, which stays the same while the device is present. A device
+ *             that was unplugged and returns has a new id, and ids mean nothing in another run.
+ *             Position is the place in the list, counted from 0, and shifts when a device before
+ *             it goes. Use positions only to learn ids, and ids for everything else.
  * Unknown id. Not an error: the function answers 0, or does nothing.
  * Names.      Bytes in the ANSI code page of the system, not text that ends in a zero. Ask for the
  *             length, then for each byte at 0 .. length - 1.
- * Truth.      A true/false result is one byte that is 0 or 1. In C# declare it as
- *             [return: MarshalAs(UnmanagedType.I1)] bool (U1 serves too); a bool without that
- *             attribute reads four bytes, of which three mean nothing.
+ * Truth.      A true/false result is one byte that is 0 or 1. In C# declare it as [return:
+ *             MarshalAs(UnmanagedType.I1)] bool (U1 serves too); a bool without that attribute
+ *             reads four bytes, of which three mean nothing.
  * Exceptions. A position outside its range raises the C++ exception std::out_of_range with the
- *             text "invalid vector<T> subscript" (list) or "invalid string position" (name). Only a
- *             host built with the library's own compiler and C++ runtime can catch it; in any other
- *             host it ends the process. Ask only for positions 0 .. count - 1, right after asking for
- *             the count. A device may still vanish between the two: a host that can catch should
- *             catch, any other keeps the walk short, and never asks beyond what it was told.
- *             Nothing else is ever raised.
- * Output.     The library writes diagnostic lines to standard output and a log, pellora.log, into the
- *             folder of the program that loaded it.
+ *             text "invalid vector<T> subscript" (list) or "invalid string position" (name). Only
+ *             a host built with the library's own compiler and C++ runtime can catch it; in any
+ *             other host it ends the process. Ask only for positions 0 .. count - 1, right after
+ *             asking for the count. A device may still vanish between the two: a host that can
+ *             catch should catch, any other keeps the walk short, and never asks beyond what it
+ *             was told. Nothing else is ever raised.
+ * Output.     The library writes diagnostic lines to standard output and a log, pellora.log, into
+ *             the folder of the program that loaded it.
  */
+/* clang-format on */
 #ifndef CORVALINT_WRAPPER_H_
 #define CORVALINT_WRAPPER_H_
 
-/* Empty where there is no DLL, and in the DLL's own sources: CMake defines the second name there. */
+/* Empty where there is no DLL, and in the DLL's own sources: CMake defines the second name there.
+ */
 #if defined(_WIN32) && !defined(corvalint_wrapper_EXPORTS)
 #define CORVALINT_API __declspec(dllimport)
 #else
@@ -68,8 +72,8 @@ extern "C" {
 
 /*
  * Starts the service: opens the log, looks for the device libraries, starts the threads. Call it
- * once; a second call starts a second service beside the first. It reports no failure: the log does,
- * and a machine without the device libraries still gets its MIDI lists.
+ * once; a second call starts a second service beside the first. It reports no failure: the log
+ * does, and a machine without the device libraries still gets its MIDI lists.
  */
 CORVALINT_API void corvalintServerStart(void);
 
@@ -85,7 +89,8 @@ CORVALINT_API corvalint_bool corvalintServerScriptActive(void);
 /* Fixed at 1337. It counts nothing. */
 CORVALINT_API int corvalintServerActiveConnections(void);
 
-/* Does nothing and returns at once; both arguments are ignored. The spelling is the exported name. */
+/* Does nothing and returns at once; both arguments are ignored. The spelling is the exported name.
+ */
 CORVALINT_API void initliaze_port_control(corvalint_int64 first, corvalint_int64 second);
 
 /* ---- Which endpoints there are ---- */
@@ -126,9 +131,9 @@ CORVALINT_API char corvalintServerGetActiveMIDIDestName(int id, int position);
 
 /*
  * Switches the source with this id on if it is off, and off if it is on. A source starts off. On
- * means that its device is open and its MIDI goes to the iOS devices. A device that cannot be opened
- * stays off and becomes unavailable; the next call tries again. The parameter is unsigned here and
- * signed everywhere else: pass the same 32 bits. An unknown id does nothing.
+ * means that its device is open and its MIDI goes to the iOS devices. A device that cannot be
+ * opened stays off and becomes unavailable; the next call tries again. The parameter is unsigned
+ * here and signed everywhere else: pass the same 32 bits. An unknown id does nothing.
  */
 CORVALINT_API void set_source_status(unsigned int id);
 
