@@ -1,0 +1,88 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "clients/usb_server.h"
+#include "ports/external_midi_manager.h"
+#include "protocol/clock_alignment.h"
+#include "protocol/device_stream.h"
+#include "protocol/osc_arguments.h"
+#include "protocol/osc_listener.h"
+#include "service/cthread.h"
+#include "winmidi/midi_endpoint_registry.h"
+
+namespace corvalint {
+
+// The conversation with one device: connects, receives frames, dispatches the OSC messages in them,
+// and sends frames for everybody else. How the stream is opened and how the object ends is the
+// subclass's business. docs/wire-format.md describes frames and messages.
+class BaseClientThread : public CThread, public OscListener, public DeviceClient {
+ public:
+  // `usbServer` and `manager` must live until the process ends.
+  BaseClientThread(UsbServer& usbServer, ExternalMidiManager& manager);
+
+  // The thread's body: frame after frame, reconnecting by itself, until `running` is cleared.
+  std::uint32_t Run() override;
+
+  int SendFramed(const void* data, std::uint32_t size) override;
+  EndpointOwner& Owner() override { return midiManager; }
+
+  const ClockAlignment& Clock() const { return clock; }
+
+ protected:
+  // Waits until `disconnected` is 1, so that a disconnect in progress can end.
+  ~BaseClientThread() override;
+
+  // Closes the stream, if it is open. Any thread, holding no lock.
+  virtual void PerformDisconnect() {}
+  // True when the stream is open, opening it if need be. The client's own thread.
+  virtual bool Connect() { return false; }
+  // What `Run` ends with; the object may be gone when it returns.
+  virtual std::uint32_t Finalize();
+
+  // Takes over a connected, non-blocking socket. The client's own thread.
+  void OpenStream(int connectedSocket);
+
+  void BundleStarted(const osc::ReceivedBundle& bundle) override;
+  void ProcessMessage(const osc::ReceivedMessage& message, const RemoteEndpoint& endpoint) override;
+  void BundleFinished(const osc::ReceivedBundle& bundle) override;
+
+  UsbServer& server;
+  ExternalMidiManager& midiManager;
+  DeviceStream stream;
+  RemoteEndpoint remoteEndpoint;
+  // 1 while nothing is left to be closed, 0 while a stop is in progress. A fresh object has nothing
+  // open.
+  std::atomic<std::int32_t> disconnected{1};
+
+ private:
+  void ReceiveFrame();
+  bool ReadWord(std::uint32_t& word);
+  bool Read(char* target, std::size_t count);
+  int ReceiveSome(char* target, std::size_t count);
+  std::size_t TakeReadAhead(char* target, std::size_t count);
+  void ParsePacket(std::uint32_t length);
+
+  void Dispatch(const osc::ReceivedMessage& message, std::int64_t now);
+  void MidiFromDevice(OscArguments& arguments);
+  void InitTiming(OscArguments& arguments);
+  void UpdateTiming(OscArguments& arguments, std::int64_t now);
+  void AddRemoteSource(OscArguments& arguments);
+  void AddRemoteDestination(OscArguments& arguments);
+  void RemoveRemoteSource(OscArguments& arguments);
+  void RemoveRemoteDestination(OscArguments& arguments);
+
+  // All of these belong to the client's own thread.
+  ClockAlignment clock;
+  std::vector<char> frame;      // header words first, then the payload over them
+  std::vector<char> readAhead;  // what one receive gave beyond what was asked for
+  std::size_t readAheadBegin = 0;
+  std::size_t readAheadEnd = 0;
+};
+
+}  // namespace corvalint

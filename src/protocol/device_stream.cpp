@@ -1,0 +1,172 @@
+#include "protocol/device_stream.h"
+
+#include <cstring>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/socket.h"
+#include "protocol/big_endian.h"
+#include "service/log.h"
+
+namespace corvalint {
+
+namespace {
+
+// How much may wait for a device that does not read: seconds of dense music, and bounded.
+constexpr std::size_t kMostKept = std::size_t{1} << 20;
+
+bool WorthAnotherTry() {
+  const SocketError error = Use<SocketApi>().lastError();
+  return error == SocketError::wouldBlock || error == SocketError::interrupted;
+}
+
+}  // namespace
+
+DeviceStream::DeviceStream()
+    : waker(Use<SocketApi>().openWaker()), staging(kFrameHeaderSize + kMaximumPayload) {}
+
+DeviceStream::~DeviceStream() {
+  Close();
+  if (waker != 0) Use<SocketApi>().closeWaker(waker);
+}
+
+void DeviceStream::Open(int connectedSocket) {
+  CriticalSectionScope hold(lock);
+  socket = connectedSocket;
+}
+
+bool DeviceStream::Close() {
+  const SocketApi& sockets = Use<SocketApi>();
+  {
+    CriticalSectionScope hold(lock);
+    const int open = socket.exchange(0);
+    if (open <= 0) return false;
+    std::vector<char>().swap(kept);
+    keptBegin = 0;
+    sockets.shutdown(open);
+    if (receiving) {
+      closeAfterReceive = open;
+    } else {
+      sockets.close(open);
+    }
+  }
+  if (waker != 0) sockets.wake(waker);
+  return true;
+}
+
+int DeviceStream::Send(const void* data, std::uint32_t size) {
+  if (size > kMaximumPayload) return -1;  // no receiver would accept it
+  CriticalSectionScope hold(lock);
+  const int open = socket;
+  if (open <= 0) return -1;
+  WriteBigEndian32(staging.data(), size);
+  WriteBigEndian32(staging.data() + 4, kFrameKind);
+  WriteBigEndian32(staging.data() + 8, kFrameTag);
+  if (size > 0) std::memcpy(staging.data() + kFrameHeaderSize, data, size);
+  const std::size_t total = kFrameHeaderSize + size;
+
+  if (HasKept() && !SendKept(open)) {
+    if (kept.size() - keptBegin + total > kMostKept) {
+      ++dropped;
+      return -1;
+    }
+    Keep(staging.data(), total);
+    return static_cast<int>(total);
+  }
+  int taken = Use<SocketApi>().send(open, staging.data(), static_cast<int>(total));
+  if (taken < 0) {
+    if (!WorthAnotherTry()) return -1;  // the receiving thread finds the stream broken
+    taken = 0;
+  }
+  if (static_cast<std::size_t>(taken) < total) {
+    Keep(staging.data() + taken, total - static_cast<std::size_t>(taken));
+    if (waker != 0) Use<SocketApi>().wake(waker);
+  }
+  return static_cast<int>(total);
+}
+
+int DeviceStream::Receive(void* data, int size) {
+  int open;
+  {
+    CriticalSectionScope hold(lock);
+    open = socket;
+    if (open <= 0) return -1;
+    receiving = true;
+  }
+  const int received = ReceiveFrom(open, data, size);
+  {
+    CriticalSectionScope hold(lock);
+    receiving = false;
+    if (closeAfterReceive > 0) Use<SocketApi>().close(closeAfterReceive);
+    closeAfterReceive = 0;
+  }
+  if (received <= 0) ReportLosses(true);
+  return received;
+}
+
+int DeviceStream::ReceiveFrom(int open, void* data, int size) {
+  const SocketApi& sockets = Use<SocketApi>();
+  for (;;) {
+    const SocketReadiness ready = sockets.wait(open, WantsToSend(), waker);
+    // Asked first: a closed socket may look readable.
+    if (socket != open) return -1;
+    if (ready.failed) {
+      if (!WorthAnotherTry()) return -1;
+      continue;
+    }
+    if (ready.writable) {
+      {
+        CriticalSectionScope hold(lock);
+        if (socket == open) SendKept(open);
+      }
+      ReportLosses(false);
+    }
+    if (!ready.readable && !ready.exceptional) continue;
+    const int received = sockets.receive(open, data, size);
+    if (socket != open) return -1;
+    if (received >= 0) return received;
+    if (!WorthAnotherTry()) return -1;
+    // Urgent data stays pending without anything to read; it must not make this loop spin.
+    if (!ready.readable) Use<ClockApi>().sleep(1);
+  }
+}
+
+// True when nothing is left.
+bool DeviceStream::SendKept(int open) {
+  if (!HasKept()) return true;
+  const std::size_t count = kept.size() - keptBegin;
+  const int taken = Use<SocketApi>().send(open, kept.data() + keptBegin, static_cast<int>(count));
+  if (taken > 0) keptBegin += static_cast<std::size_t>(taken);
+  if (HasKept()) return false;
+  kept.clear();
+  keptBegin = 0;
+  return true;
+}
+
+void DeviceStream::Keep(const char* bytes, std::size_t count) {
+  if (kept.capacity() == 0) kept.reserve(kMostKept);
+  if (kept.size() + count > kMostKept) {
+    kept.erase(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(keptBegin));
+    keptBegin = 0;
+  }
+  kept.insert(kept.end(), bytes, bytes + count);
+}
+
+bool DeviceStream::WantsToSend() {
+  CriticalSectionScope hold(lock);
+  return HasKept();
+}
+
+// One line a stall, once it is over; written by the receiving thread, which holds no lock.
+void DeviceStream::ReportLosses(bool always) {
+  std::uint64_t frames = 0;
+  {
+    CriticalSectionScope hold(lock);
+    if (always || !HasKept()) frames = std::exchange(dropped, 0);
+  }
+  if (frames > 0) {
+    LogDebug("the device did not read: %lu frames dropped", static_cast<unsigned long>(frames));
+  }
+}
+
+}  // namespace corvalint

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/critical_section.h"
+
+namespace corvalint {
+
+inline constexpr std::size_t kFrameHeaderSize = 12;
+inline constexpr std::uint32_t kMaximumPayload = 131072;
+// Sent as the frame's second and third word; frames of another kind are dropped on receipt.
+inline constexpr std::uint32_t kFrameKind = 2;
+inline constexpr std::uint32_t kFrameTag = 2;
+
+// The byte stream to one device: many threads send frames, one thread receives, any thread closes.
+// A frame goes out whole or not at all: what a full stream did not take is kept and goes out before
+// anything else; once much is kept, further frames are dropped whole. Nothing here blocks but
+// Receive.
+//
+// Frame, all words big-endian:  uint32 length (1 to 131072) | uint32 2 | uint32 2 | payload
+class DeviceStream {
+ public:
+  DeviceStream();
+  ~DeviceStream();
+  DeviceStream(const DeviceStream&) = delete;
+  DeviceStream& operator=(const DeviceStream&) = delete;
+
+  // Takes over a connected, non-blocking socket. The receiving thread, while the stream is closed.
+  void Open(int connectedSocket) CORVALINT_EXCLUDES(lock);
+  bool IsOpen() const { return socket > 0; }
+
+  // Ends the connection and the wait of a receiving thread; false when none was open. The handle
+  // itself is closed once no thread is inside a system call with it, so its number cannot be used
+  // again under a waiting thread.
+  bool Close() CORVALINT_EXCLUDES(lock);
+
+  // Bytes handed over, header included, or -1: closed, too large, dropped or failed.
+  int Send(const void* data, std::uint32_t size) CORVALINT_EXCLUDES(lock);
+
+  // Waits for bytes, at most `size`; 0 at the end of the stream, -1 on failure and after Close.
+  // Sends what was kept as soon as the stream takes it. One thread only.
+  int Receive(void* data, int size) CORVALINT_EXCLUDES(lock);
+
+ private:
+  int ReceiveFrom(int open, void* data, int size) CORVALINT_EXCLUDES(lock);
+  bool SendKept(int open) CORVALINT_REQUIRES(lock);
+  void Keep(const char* bytes, std::size_t count) CORVALINT_REQUIRES(lock);
+  bool HasKept() const CORVALINT_REQUIRES(lock) { return keptBegin < kept.size(); }
+  bool WantsToSend() CORVALINT_EXCLUDES(lock);
+  void ReportLosses(bool always) CORVALINT_EXCLUDES(lock);
+
+  const int waker;  // ends a wait of the receiving thread
+
+  // Leaf: {read the socket, one send} against {swap the socket, close}.
+  CriticalSection lock;
+  std::atomic<int> socket{0};  // 0 while closed; written under the lock
+  bool receiving CORVALINT_GUARDED_BY(lock) = false;
+  int closeAfterReceive CORVALINT_GUARDED_BY(lock) = 0;
+  std::vector<char> staging CORVALINT_GUARDED_BY(lock);
+  std::vector<char> kept CORVALINT_GUARDED_BY(lock);
+  std::size_t keptBegin CORVALINT_GUARDED_BY(lock) = 0;
+  std::uint64_t dropped CORVALINT_GUARDED_BY(lock) = 0;  // frames since the last report
+};
+
+}  // namespace corvalint

@@ -1,0 +1,128 @@
+#include <osc/OscOutboundPacketStream.h>
+
+#include <cstring>
+
+#include "clients/packet_buffer.h"
+#include "protocol/base_client_thread.h"
+#include "service/console.h"
+#include "service/host_time.h"
+#include "winmidi/midi_destination.h"
+
+namespace corvalint {
+
+namespace {
+
+// Part of every "/init_timing" reply; the devices expect this very number.
+constexpr osc::int32 kInitTimingConstant = 210;
+
+// A small message that is built and sent on this client's own stream.
+class Reply {
+ public:
+  explicit Reply(const char* address) : stream(buffer, sizeof buffer) {
+    stream << osc::BeginMessage(address);
+  }
+  osc::OutboundPacketStream& Arguments() { return stream; }
+  void SendTo(DeviceClient& client) {
+    stream << osc::EndMessage;
+    client.SendFramed(stream.Data(), static_cast<std::uint32_t>(stream.Size()));
+  }
+
+ private:
+  char buffer[kAnnouncementBuffer];
+  osc::OutboundPacketStream stream;
+};
+
+}  // namespace
+
+// A missing or wrong argument costs one message: the rest of its bundle still runs. A malformed one
+// ends its packet.
+void BaseClientThread::ProcessMessage(const osc::ReceivedMessage& message,
+                                      const RemoteEndpoint& /*endpoint*/) {
+  const std::int64_t now = HostTimeNanoseconds();
+  try {
+    Dispatch(message, now);
+  } catch (const osc::MissingArgumentException& failure) {
+    ConsolePrint("Error parsing message: %s\n", failure.what());
+  } catch (const osc::WrongArgumentTypeException& failure) {
+    ConsolePrint("Error parsing message: %s\n", failure.what());
+  }
+}
+
+void BaseClientThread::Dispatch(const osc::ReceivedMessage& message, std::int64_t now) {
+  const auto addressIs = [&](const char* address) {
+    return std::strcmp(message.AddressPattern(), address) == 0;
+  };
+  OscArguments arguments(message);
+  if (addressIs("/midi")) return MidiFromDevice(arguments);
+  if (addressIs("/init_timing")) return InitTiming(arguments);
+  if (addressIs("/update_timing")) return UpdateTiming(arguments, now);
+  if (addressIs("/add_remote_source")) return AddRemoteSource(arguments);
+  if (addressIs("/add_remote_destination")) return AddRemoteDestination(arguments);
+  if (addressIs("/remove_remote_source")) return RemoveRemoteSource(arguments);
+  if (addressIs("/remove_remote_destination")) return RemoveRemoteDestination(arguments);
+  // Anything else is ignored without a line.
+}
+
+// The bytes go to the device's own published port of that id and to every desktop destination of
+// that id, both; whatever no destination took goes to the other devices as well.
+void BaseClientThread::MidiFromDevice(OscArguments& arguments) {
+  const char* const name = arguments.String();
+  const std::int32_t id = arguments.Int32();
+  const std::int64_t deviceTime = arguments.Int64();
+  const OscBlob midi = arguments.Blob();
+
+  const std::int64_t timestamp = WrappingAdd(clock.midiTimeOffset, deviceTime);
+  const bool portTookIt =
+      midiManager.SendMidiToSourcePort(midi.data, midi.size, name, static_cast<std::uint32_t>(id));
+  const bool destinationTookIt =
+      SendToMidiDestinations(GetMidiEndpointRegistry(), midi.data, midi.size, name, id);
+  if (!portTookIt) server.NotifyOtherManagers(name, id, *this);
+  if (!destinationTookIt) {
+    server.RelayMidiToOthers(midi.data, midi.size, name, id, *this, timestamp);
+  }
+}
+
+void BaseClientThread::InitTiming(OscArguments& arguments) {
+  const std::int64_t deviceTime = arguments.Int64();
+  clock.Initialise(deviceTime, HostTimeNanoseconds());
+  Reply reply("/init_timing");
+  reply.Arguments() << static_cast<osc::int64>(clock.clockOffset) << kInitTimingConstant;
+  reply.SendTo(*this);
+}
+
+void BaseClientThread::UpdateTiming(OscArguments& arguments, std::int64_t now) {
+  clock.Update(arguments.Int64(), now);
+  Reply reply("/update_timing");
+  reply.Arguments() << clock.Drift() << static_cast<osc::int64>(clock.clockOffset);
+  reply.SendTo(*this);
+}
+
+void BaseClientThread::AddRemoteSource(OscArguments& arguments) {
+  const char* const name = arguments.String();
+  const std::int32_t id = arguments.Int32();
+  ConsolePrint("receiving add_remote_source: %s || %d\n", name, id);
+  midiManager.AddRemoteSource(name, static_cast<std::uint32_t>(id));
+}
+
+void BaseClientThread::AddRemoteDestination(OscArguments& arguments) {
+  const char* const name = arguments.String();
+  const std::int32_t id = arguments.Int32();
+  ConsolePrint("receiving add_remote_destination: %s || %d\n", name, id);
+  midiManager.AddRemoteDestination(name, static_cast<std::uint32_t>(id));
+}
+
+void BaseClientThread::RemoveRemoteSource(OscArguments& arguments) {
+  const char* const name = arguments.String();
+  const std::int32_t id = arguments.Int32();
+  ConsolePrint("receiving remove_remote_source: %s || %d\n", name, id);
+  midiManager.RemoveRemoteSource(name, static_cast<std::uint32_t>(id));
+}
+
+void BaseClientThread::RemoveRemoteDestination(OscArguments& arguments) {
+  const char* const name = arguments.String();
+  const std::int32_t id = arguments.Int32();
+  ConsolePrint("receiving remove_remote_destination: %s || %d\n", name, id);
+  midiManager.RemoveRemoteDestination(name, static_cast<std::uint32_t>(id));
+}
+
+}  // namespace corvalint

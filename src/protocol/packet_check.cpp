@@ -1,0 +1,77 @@
+#include "protocol/packet_check.h"
+
+#include <osc/OscReceivedElements.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "protocol/big_endian.h"
+
+namespace corvalint {
+
+namespace {
+
+constexpr std::uint32_t kLargestBlob = 0x7FFFFFFC;
+
+// The bytes of a message that are not read yet.
+struct Rest {
+  const char* at;
+  std::size_t size;
+
+  void Skip(std::size_t count) {
+    if (count > size) throw osc::MalformedMessageException("arguments exceed message size");
+    at += count;
+    size -= count;
+  }
+
+  // A text with its zero byte, filled up to a multiple of four bytes.
+  void SkipText(const char* complaint) {
+    const void* zero = size == 0 ? nullptr : std::memchr(at, 0, size);
+    if (zero == nullptr) throw osc::MalformedMessageException(complaint);
+    const auto length = static_cast<std::size_t>(static_cast<const char*>(zero) - at) + 1;
+    Skip((length + 3) & ~std::size_t{3});
+  }
+
+  void SkipBlob() {
+    const char* sizeField = at;
+    Skip(4);
+    const std::uint32_t blobSize = ReadBigEndian32(sizeField);
+    if (blobSize > kLargestBlob) throw osc::MalformedMessageException("invalid blob size");
+    Skip((std::size_t{blobSize} + 3) & ~std::size_t{3});
+  }
+};
+
+void CheckArgument(char typeTag, Rest& arguments) {
+  switch (typeTag) {
+    case 'i':
+    case 'f':
+    case 'c':
+    case 'r':
+    case 'm':
+      return arguments.Skip(4);
+    case 'h':
+    case 't':
+    case 'd':
+      return arguments.Skip(8);
+    case 's':
+    case 'S':
+      return arguments.SkipText("unterminated string argument");
+    case 'b':
+      return arguments.SkipBlob();
+    default:
+      return;  // no data, or a tag that the OSC library refuses
+  }
+}
+
+}  // namespace
+
+void CheckMessage(const char* message, std::size_t size) {
+  Rest rest{message, size};
+  rest.SkipText("unterminated address pattern");
+  if (rest.size == 0 || *rest.at != ',') return;  // no type tags
+  const char* typeTag = rest.at + 1;
+  rest.SkipText("type tags were not terminated before end of message");
+  for (; *typeTag != '\0'; ++typeTag) CheckArgument(*typeTag, rest);
+}
+
+}  // namespace corvalint
