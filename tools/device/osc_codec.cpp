@@ -71,7 +71,9 @@ void AppendArgument(osc::OutboundPacketStream& stream, const OscArgument& argume
         if constexpr (std::is_same_v<T, std::string>) {
           stream << value.c_str();
         } else if constexpr (std::is_same_v<T, Bytes>) {
-          stream << osc::Blob(value.data(),
+          // The stream copies with memcpy, which must not be given a null pointer even for nothing.
+          static constexpr std::uint8_t kNothing = 0;
+          stream << osc::Blob(value.empty() ? &kNothing : value.data(),
                               static_cast<osc::osc_bundle_element_size_t>(value.size()));
         } else if constexpr (std::is_same_v<T, std::int32_t>) {
           stream << static_cast<osc::int32>(value);

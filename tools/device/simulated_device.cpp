@@ -81,13 +81,18 @@ bool SimulatedDevice::AlignClockAndWait(int updates, Duration timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   for (int round = 0; round <= updates; ++round) {
     std::uint64_t before = 0;
+    std::uint32_t asked = 0;
     {
       const std::lock_guard lock(mutex);
       before = timingReplies;
+      asked = streamNumber;
     }
     if (!(round == 0 ? InitTiming() : UpdateTiming())) return false;
     std::unique_lock lock(mutex);
-    if (!changed.wait_until(lock, deadline, [&] { return timingReplies > before; })) return false;
+    const auto replied = [&] { return timingReplies > before; };
+    const auto ended = [&] { return !stream.Open() || streamNumber != asked; };
+    changed.wait_until(lock, deadline, [&] { return replied() || ended(); });
+    if (!replied()) return false;
   }
   return true;
 }

@@ -76,7 +76,8 @@ class SimulatedDevice {
   bool InitTiming();
   bool UpdateTiming();
   // One "/init_timing" and then `updates` times "/update_timing", each after the reply to the one
-  // before. False when a reply does not come within `timeout`. Not on the device's own thread.
+  // before. False when not all have come within `timeout`, or when the stream ends. Not on the
+  // device's own thread.
   bool AlignClockAndWait(int updates, Duration timeout);
   bool SendMidi(std::string_view name, const EndpointId& id, const Bytes& midi);
   bool SendMidi(std::string_view name, const EndpointId& id, std::int64_t time, const Bytes& midi);

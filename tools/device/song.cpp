@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
 
 namespace corvalint::device {
 namespace {
@@ -44,6 +45,14 @@ class LogCollector {
   guint handler;
 };
 
+// Whether the file begins like a MIDI file. The library forgets to free what it has begun when it
+// finds this out itself.
+bool StartsAsMidiFile(std::istream& file) {
+  char start[8] = {};
+  return file.read(start, sizeof start) &&
+         std::string_view(start, 8) == std::string_view("MThd\0\0\0\6", 8);
+}
+
 // Whether the event is sent to an instrument: everything but meta events and real-time messages.
 bool IsPlayed(const smf_event_t& event) {
   if (event.midi_buffer_length < 1) return false;
@@ -57,11 +66,13 @@ Song ReadSong(const std::filesystem::path& path) {
   const auto fail = [&path](const std::string& why) {
     throw std::runtime_error(path.string() + ": " + why);
   };
-  if (!std::ifstream(path)) fail("cannot be opened");
+  std::ifstream start(path, std::ios::binary);
+  if (!start) fail("cannot be opened");
+  if (!StartsAsMidiFile(start)) fail("is not a MIDI file");
   const std::lock_guard lock(readMutex);
   const LogCollector log;
   const std::unique_ptr<smf_t, void (*)(smf_t*)> file(smf_load(path.c_str()), &smf_delete);
-  if (!file) fail(log.Text().empty() ? "is not a MIDI file" : log.Text());
+  if (!file) fail(log.Text().empty() ? "is a damaged MIDI file" : log.Text());
 
   Song song;
   song.title = path.stem().string();
