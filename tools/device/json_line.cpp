@@ -33,7 +33,7 @@ std::size_t Utf8Length(std::string_view text) {
 }
 
 std::string Quoted(std::string_view text) {
-  std::string quoted = "\"";
+  std::string quoted(1, '"');
   while (!text.empty()) {
     const auto first = static_cast<unsigned char>(text[0]);
     std::size_t length = Utf8Length(text);
@@ -46,7 +46,7 @@ std::string Quoted(std::string_view text) {
     }
     text.remove_prefix(length);
   }
-  return quoted + '"';
+  return quoted += '"';
 }
 
 std::string ArgumentJson(const OscArgument& argument) {
@@ -56,9 +56,9 @@ std::string ArgumentJson(const OscArgument& argument) {
         if constexpr (std::is_same_v<T, std::string>) {
           return Quoted(value);
         } else if constexpr (std::is_same_v<T, Bytes>) {
-          std::string hex;
+          std::string hex(1, '"');
           for (const std::uint8_t byte : value) hex += Printed("%02x", byte);
-          return '"' + hex + '"';
+          return hex += '"';
         } else if constexpr (std::is_same_v<T, bool>) {
           return value ? "true" : "false";
         } else if constexpr (std::is_floating_point_v<T>) {
@@ -82,10 +82,10 @@ std::string ToJsonLine(const ReceivedMessage& received) {
                      ",\"tags\":" + Quoted(received.message.typeTags) + ",\"arguments\":[";
   const char* separator = "";
   for (const OscArgument& argument : received.message.arguments) {
-    line += separator + ArgumentJson(argument);
+    line.append(separator).append(ArgumentJson(argument));
     separator = ",";
   }
-  return line + "]}";
+  return line.append("]}");
 }
 
 }  // namespace corvalint::device

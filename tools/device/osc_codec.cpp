@@ -103,14 +103,16 @@ OscArgument ArgumentOf(const EndpointId& id) {
 }
 
 std::string DescribeBlob(const Bytes& blob) {
-  std::string text = "[";
+  std::string text(1, '[');
   for (std::size_t i = 0; i < blob.size() && i < kBlobBytesShown; ++i) {
     char hex[8];
     std::snprintf(hex, sizeof hex, i == 0 ? "%02x" : " %02x", unsigned{blob[i]});
     text += hex;
   }
-  if (blob.size() > kBlobBytesShown) text += " ... " + std::to_string(blob.size()) + " bytes";
-  return text + "]";
+  if (blob.size() > kBlobBytesShown) {
+    text.append(" ... ").append(std::to_string(blob.size())).append(" bytes");
+  }
+  return text.append("]");
 }
 
 std::string DescribeArgument(const OscArgument& argument) {
@@ -140,7 +142,9 @@ std::optional<MidiMessage> AsMidi(const OscMessage& message) {
 
 std::string Describe(const OscMessage& message) {
   std::string text = message.address;
-  for (const OscArgument& argument : message.arguments) text += " " + DescribeArgument(argument);
+  for (const OscArgument& argument : message.arguments) {
+    text.append(1, ' ').append(DescribeArgument(argument));
+  }
   return text;
 }
 
