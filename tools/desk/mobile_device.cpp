@@ -61,38 +61,65 @@ void DeviceLibrary::Attach(const std::string& key, bool freshRecord) {
     }
     device->attached = true;
   }
-  Deliver(device, kConnected, 0);
+  Deliver(device, kConnected);
 }
 
 void DeviceLibrary::Detach(const std::string& key) {
   const auto device = Device(key, false);
   device->attached = false;
-  Deliver(device, kDisconnected, 0);
+  Deliver(device, kDisconnected);
 }
 
 void DeviceLibrary::Notify(const std::string& key, std::uint32_t kind) {
-  Deliver(key == "null" ? nullptr : Device(key, false), kind, 0);
+  Deliver(key == "null" ? nullptr : Device(key, false), kind);
 }
 
-void DeviceLibrary::Deliver(const std::shared_ptr<MobileDevice>& device, std::uint32_t kind,
-                            std::uintptr_t onlyTo) {
+void DeviceLibrary::Deliver(const std::shared_ptr<MobileDevice>& device, std::uint32_t kind) {
   DeviceRecord* record = device ? device->record : nullptr;
-  notifier.Post([this, record, kind, onlyTo, key = device ? device->key : "null"] {
+  notifier.Post([this, device, record, kind] {
+    if (device && kind == kConnected) device->announced = true;
+    if (device && kind == kDisconnected) device->announced = false;
     std::vector<Subscription> targets;
     {
       const std::lock_guard hold(lock);
       targets = subscriptions;
     }
     for (const Subscription& target : targets) {
-      if (onlyTo != 0 && target.id != onlyTo) continue;
+      if (!target.active) continue;
       NotificationRecord notification;
       notification.device = record;
       notification.kind = kind;
       target.callback(&notification, target.context);
     }
-    Outbox::Get().Event("notified " + key + " " + std::to_string(kind) + " " +
-                        std::to_string(targets.size()));
+    Outbox::Get().Event("notified " + (device ? device->key : std::string("null")) + " " +
+                        std::to_string(kind));
   });
+}
+
+// Runs on the notifier's thread, like everything that is told to subscribers, so that a device that
+// arrives meanwhile is told exactly once.
+void DeviceLibrary::AnnouncePresent(std::uintptr_t subscription) {
+  Subscription target;
+  std::vector<std::shared_ptr<MobileDevice>> present;
+  {
+    const std::lock_guard hold(lock);
+    for (Subscription& entry : subscriptions) {
+      if (entry.id != subscription) continue;
+      entry.active = true;
+      target = entry;
+    }
+    for (const auto& [key, device] : devices) {
+      if (device->announced) present.push_back(device);
+    }
+  }
+  if (target.callback == nullptr) return;
+  for (const auto& device : present) {
+    NotificationRecord notification;
+    notification.device = device->record;
+    notification.kind = kConnected;
+    target.callback(&notification, target.context);
+    Outbox::Get().Event("announced " + device->key);
+  }
 }
 
 void DeviceLibrary::Restore(const std::string& which) {
@@ -115,17 +142,13 @@ void DeviceLibrary::Restore(const std::string& which) {
 }
 
 std::uintptr_t DeviceLibrary::Subscribe(NotificationCallback callback, void* context) {
-  std::vector<std::shared_ptr<MobileDevice>> present;
   std::uintptr_t id = 0;
   {
     const std::lock_guard hold(lock);
     id = lastSubscription += 16;
-    subscriptions.push_back({id, callback, context});
-    for (const auto& [key, device] : devices) {
-      if (device->attached) present.push_back(device);
-    }
+    subscriptions.push_back({id, callback, context, false});
   }
-  for (const auto& device : present) Deliver(device, kConnected, id);
+  notifier.Post([this, id] { AnnouncePresent(id); });
   return id;
 }
 

@@ -53,6 +53,7 @@ struct MobileDevice {
   std::atomic<std::uint32_t> connectionId = 0;
   std::atomic<std::uint16_t> tcpPort = 0;
   std::atomic<bool> attached = false;
+  bool announced = false;  // what the notifier's thread has told
   AnswerScript connectAnswers;
   AnswerScript muxAnswers;
   DeviceRecord* record = nullptr;
@@ -86,10 +87,11 @@ class DeviceLibrary {
     std::uintptr_t id = 0;
     NotificationCallback callback = nullptr;
     void* context = nullptr;
+    bool active = false;  // once present devices are being announced to it
   };
 
-  void Deliver(const std::shared_ptr<MobileDevice>& device, std::uint32_t kind,
-               std::uintptr_t onlyTo);
+  void Deliver(const std::shared_ptr<MobileDevice>& device, std::uint32_t kind);
+  void AnnouncePresent(std::uintptr_t subscription);
 
   std::mutex lock;
   std::map<std::string, std::shared_ptr<MobileDevice>> devices;

@@ -1,0 +1,401 @@
+#include "harness/desk_control.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+
+#include "harness/words.h"
+
+namespace corvalint::harness {
+
+namespace {
+
+std::string PacingText(const Pacing& pacing) {
+  std::string text = " repeat=" + std::to_string(pacing.repeat);
+  if (pacing.paceUs != 0) text += " pace=" + std::to_string(pacing.paceUs);
+  if (pacing.piece != 0) text += " piece=" + std::to_string(pacing.piece);
+  if (pacing.stamps) text += " stamps=1";
+  return text;
+}
+
+std::string HexOfBytes(const Bytes& bytes) {
+  return HexOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+std::string NumberList(const std::vector<std::uint32_t>& numbers) {
+  std::string text;
+  for (const std::uint32_t number : numbers) {
+    if (!text.empty()) text += ',';
+    text += std::to_string(number);
+  }
+  return text;
+}
+
+std::string RangeText(const CallRange& range) {
+  return " from=" + std::to_string(range.from) + " times=" + std::to_string(range.times) +
+         " ms=" + std::to_string(range.forMs);
+}
+
+template <typename Map>
+typename Map::mapped_type ValueOf(const Map& map, const typename Map::key_type& key) {
+  const auto found = map.find(key);
+  return found == map.end() ? typename Map::mapped_type() : found->second;
+}
+
+template <typename Map>
+std::size_t SizeOf(const Map& map, int id) {
+  const auto found = map.find(id);
+  return found == map.end() ? 0 : found->second.size();
+}
+
+CallEntry EntryFrom(std::string_view text) {
+  const auto parts = Words(text, '|');
+  CallEntry entry;
+  if (parts.size() != 6) return entry;
+  entry.function = parts[0];
+  for (const auto argument : Words(parts[1], ',')) {
+    std::uint64_t value = 0;
+    std::from_chars(argument.data(), argument.data() + argument.size(), value);
+    entry.arguments.push_back(value);
+  }
+  const Bytes bytes = BytesFromHex(parts[2]);
+  entry.text.assign(bytes.begin(), bytes.end());
+  if (parts[3] != "-") entry.result = ToNumber(parts[3]);
+  entry.thread = static_cast<std::uint32_t>(ToNumber(parts[4]));
+  entry.ns = ToNumber(parts[5]);
+  return entry;
+}
+
+}  // namespace
+
+DeskControl::DeskControl() : server([this](std::string_view line) { TakeLine(line); }) {}
+
+bool DeskControl::WaitUntilConnected(std::chrono::milliseconds limit) {
+  return server.WaitUntilConnected(limit);
+}
+
+template <typename Condition>
+bool DeskControl::WaitUntil(Condition condition, std::chrono::milliseconds limit) {
+  std::unique_lock hold(lock);
+  return changed.wait_for(hold, limit, condition);
+}
+
+// The reply to a command comes behind everything that the desk told before it.
+void DeskControl::Settle() {
+  try {
+    Send("ping");
+  } catch (const std::runtime_error&) {
+    // The desk is gone, and all that it told is here.
+  }
+}
+
+void DeskControl::Open() { Send("go"); }
+
+int DeskControl::AddInput(std::string_view name, int position) {
+  return static_cast<int>(
+      ToNumber(Send("input-add name=" + HexOf(name) + " position=" + std::to_string(position))));
+}
+
+int DeskControl::AddOutput(std::string_view name, int position) {
+  return static_cast<int>(
+      ToNumber(Send("output-add name=" + HexOf(name) + " position=" + std::to_string(position))));
+}
+
+void DeskControl::RemoveInput(int id, std::int64_t result) {
+  Send("input-remove " + std::to_string(id) + " result=" + std::to_string(result));
+}
+
+void DeskControl::RemoveOutput(int id, std::int64_t result) {
+  Send("output-remove " + std::to_string(id) + " result=" + std::to_string(result));
+}
+
+bool DeskControl::WaitForInputStarted(int id, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return ValueOf(inputStates, id) == "started"; }, limit);
+}
+
+bool DeskControl::WaitForInputClosed(int id, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return ValueOf(inputStates, id) == "closed"; }, limit);
+}
+
+bool DeskControl::WaitForOutputOpen(int id, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return ValueOf(outputStates, id) == "open"; }, limit);
+}
+
+bool DeskControl::WaitForOutputClosed(int id, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return ValueOf(outputStates, id) == "closed"; }, limit);
+}
+
+void DeskControl::SetPlayTime(int outputId, std::int64_t ns) {
+  Send("output-play " + std::to_string(outputId) + " ns=" + std::to_string(ns));
+}
+
+void DeskControl::SetStuck(int outputId, bool stuck) {
+  Send("output-play " + std::to_string(outputId) + (stuck ? " stuck=1" : " stuck=0"));
+}
+
+int DeskControl::NextJob() {
+  const std::lock_guard hold(lock);
+  return ++lastJob;
+}
+
+int DeskControl::Inject(int inputId, const std::vector<InputItem>& items, const Pacing& pacing) {
+  const int job = NextJob();
+  std::string list;
+  for (const InputItem& item : items) {
+    if (!list.empty()) list += ',';
+    list += static_cast<char>(item.kind);
+    list += HexOfBytes(item.bytes);
+  }
+  Send("input-inject " + std::to_string(inputId) + " " + std::to_string(job) + " " + list +
+       PacingText(pacing));
+  return job;
+}
+
+int DeskControl::Play(int portId, const std::vector<Bytes>& messages, const Pacing& pacing) {
+  const int job = NextJob();
+  std::string list;
+  for (const Bytes& message : messages) {
+    if (!list.empty()) list += ',';
+    list += HexOfBytes(message);
+  }
+  Send("port-play " + std::to_string(portId) + " " + std::to_string(job) + " " + list +
+       PacingText(pacing));
+  return job;
+}
+
+std::optional<JobResult> DeskControl::WaitForJob(int job, std::chrono::milliseconds limit) {
+  if (!WaitUntil([&] { return jobs.contains(job); }, limit)) return std::nullopt;
+  const std::lock_guard hold(lock);
+  return jobs[job];
+}
+
+std::optional<harness::Port> DeskControl::WaitForPort(std::u16string_view name,
+                                                      std::chrono::milliseconds limit) {
+  std::optional<harness::Port> found;
+  WaitUntil(
+      [&] {
+        for (const harness::Port& port : ports) {
+          if (port.open && port.name == name) found = port;
+        }
+        return found.has_value();
+      },
+      limit);
+  return found;
+}
+
+bool DeskControl::WaitForPortClosed(int portId, std::chrono::milliseconds limit) {
+  return WaitUntil(
+      [&] {
+        return std::any_of(ports.begin(), ports.end(), [portId](const harness::Port& port) {
+          return port.id == portId && !port.open;
+        });
+      },
+      limit);
+}
+
+std::vector<harness::Port> DeskControl::Ports() {
+  Settle();
+  const std::lock_guard hold(lock);
+  return ports;
+}
+
+void DeskControl::OccupyPortName(std::u16string_view name, bool taken) {
+  Send("port-occupy " + HexOfUtf16(name) + (taken ? " taken=1" : " taken=0"));
+}
+
+std::vector<Recorded> DeskControl::OutputMessages(int outputId) {
+  Settle();
+  const std::lock_guard hold(lock);
+  return ValueOf(outputMessages, outputId);
+}
+
+std::vector<Recorded> DeskControl::PortMessages(int portId) {
+  Settle();
+  const std::lock_guard hold(lock);
+  return ValueOf(portMessages, portId);
+}
+
+bool DeskControl::WaitForOutputMessages(int outputId, std::size_t count,
+                                        std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return SizeOf(outputMessages, outputId) >= count; }, limit);
+}
+
+bool DeskControl::WaitForPortMessages(int portId, std::size_t count,
+                                      std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return SizeOf(portMessages, portId) >= count; }, limit);
+}
+
+std::size_t DeskControl::OutputMessageCount(int outputId) {
+  const std::lock_guard hold(lock);
+  return SizeOf(outputMessages, outputId);
+}
+
+std::size_t DeskControl::PortMessageCount(int portId) {
+  const std::lock_guard hold(lock);
+  return SizeOf(portMessages, portId);
+}
+
+std::vector<std::int64_t> DeskControl::InputStamps(int inputId) {
+  Settle();
+  const std::lock_guard hold(lock);
+  return ValueOf(inputStamps, inputId);
+}
+
+std::vector<std::int64_t> DeskControl::PortStamps(int portId) {
+  Settle();
+  const std::lock_guard hold(lock);
+  return ValueOf(portStamps, portId);
+}
+
+void DeskControl::ForgetRecorded() {
+  const std::lock_guard hold(lock);
+  outputMessages.clear();
+  portMessages.clear();
+  inputStamps.clear();
+  portStamps.clear();
+}
+
+void DeskControl::SetStreaming(bool on) { Send(on ? "streaming 1" : "streaming 0"); }
+
+void DeskControl::SetDevice(const std::string& key, const DeviceSetup& setup) {
+  std::string text = "device " + key;
+  if (setup.withoutIdentifier) text += " udid=-";
+  if (setup.identifier) text += " udid=" + HexOf(*setup.identifier);
+  if (setup.displayName) text += " name=" + HexOf(*setup.displayName);
+  if (setup.connectionId) text += " id=" + std::to_string(*setup.connectionId);
+  if (setup.tcpPort) text += " tcp=" + std::to_string(*setup.tcpPort);
+  if (!setup.connectAnswers.empty()) text += " connect=" + NumberList(setup.connectAnswers);
+  if (!setup.streamAnswers.empty()) text += " mux=" + NumberList(setup.streamAnswers);
+  if (setup.productWord) text += " product=" + std::to_string(*setup.productWord);
+  Send(text);
+}
+
+void DeskControl::Attach(const std::string& key, bool freshRecord) {
+  Send("attach " + key + (freshRecord ? " fresh=1" : ""));
+  const std::lock_guard hold(lock);
+  ++notificationsAsked;
+}
+
+void DeskControl::Detach(const std::string& key) {
+  Send("detach " + key);
+  const std::lock_guard hold(lock);
+  ++notificationsAsked;
+}
+
+void DeskControl::Notify(const std::string& key, std::uint32_t kind) {
+  Send("notify " + key + " " + std::to_string(kind));
+  const std::lock_guard hold(lock);
+  ++notificationsAsked;
+}
+
+void DeskControl::Restore(const std::string& which) {
+  Send("restore " + which);
+  const std::lock_guard hold(lock);
+  ++notificationsAsked;
+}
+
+bool DeskControl::WaitForNotifications(std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return notificationsDone >= notificationsAsked; }, limit);
+}
+
+void DeskControl::Fail(const std::string& function, std::int64_t result, const CallRange& range) {
+  Send("fail " + function + " " + std::to_string(result) + RangeText(range));
+}
+
+void DeskControl::Delay(const std::string& function, std::uint32_t ms, const CallRange& range) {
+  Send("delay " + function + " " + std::to_string(ms) + RangeText(range));
+}
+
+void DeskControl::ClearRules(const std::string& function) { Send("unfail " + function); }
+
+void DeskControl::Hold(const std::string& function) { Send("hold " + function); }
+
+void DeskControl::Release(const std::string& function) { Send("release " + function); }
+
+bool DeskControl::WaitForHeld(const std::string& function, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return held.contains(function); }, limit);
+}
+
+std::vector<CallEntry> DeskControl::Calls() {
+  std::vector<CallEntry> entries;
+  const std::string answer = Send("calls");
+  for (const auto text : Words(answer)) entries.push_back(EntryFrom(text));
+  return entries;
+}
+
+std::vector<std::string> DeskControl::CallNames() {
+  std::vector<std::string> names;
+  for (const CallEntry& entry : Calls()) names.push_back(entry.function);
+  return names;
+}
+
+std::map<std::string, std::uint64_t> DeskControl::CallCounts() {
+  std::map<std::string, std::uint64_t> counts;
+  const std::string answer = Send("calls-counts");
+  for (const auto text : Words(answer)) {
+    const std::size_t colon = text.rfind(':');
+    counts[std::string(text.substr(0, colon))] =
+        static_cast<std::uint64_t>(ToNumber(text.substr(colon + 1)));
+  }
+  return counts;
+}
+
+bool DeskControl::WaitForCall(const std::string& function, std::uint64_t count,
+                              std::chrono::milliseconds limit) {
+  constexpr std::chrono::milliseconds kBetweenLooks{5};
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (ValueOf(CallCounts(), function) < count) {
+    if (std::chrono::steady_clock::now() >= end) return false;
+    std::this_thread::sleep_for(kBetweenLooks);
+  }
+  return true;
+}
+
+void DeskControl::ClearCalls() { Send("calls-clear"); }
+
+void DeskControl::Mute(const std::string& function) { Send("calls-mute " + function); }
+
+std::vector<std::string> DeskControl::Violations() {
+  Settle();
+  const std::lock_guard hold(lock);
+  return violations;
+}
+
+ProcessCounts DeskControl::Counts() {
+  const std::string answer = Send("counts");
+  const auto words = Words(answer);
+  ProcessCounts counts;
+  if (words.size() < 8) return counts;
+  const auto number = [&words](std::size_t i) {
+    return static_cast<std::uint32_t>(ToNumber(words[i]));
+  };
+  counts.handles = number(0);
+  counts.sockets = number(1);
+  counts.threads = number(2);
+  counts.workingSet = static_cast<std::uint64_t>(ToNumber(words[3]));
+  counts.openInputs = number(4);
+  counts.openOutputs = number(5);
+  counts.openPorts = number(6);
+  counts.violations = static_cast<std::uint64_t>(ToNumber(words[7]));
+  return counts;
+}
+
+std::int64_t DeskControl::Ping() { return ToNumber(Send("ping")); }
+
+std::uint32_t DeskControl::AnsiCodePage() {
+  const std::string answer = Send("about");
+  return static_cast<std::uint32_t>(ToNumber(Words(answer).at(1)));
+}
+
+bool DeskControl::WaitForEvent(const std::function<bool(const std::string&)>& matches,
+                               std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return std::any_of(events.begin(), events.end(), matches); }, limit);
+}
+
+std::vector<std::string> DeskControl::Events() {
+  Settle();
+  const std::lock_guard hold(lock);
+  return events;
+}
+
+}  // namespace corvalint::harness
