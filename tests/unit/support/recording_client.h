@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "clients/device_client.h"
+
+namespace corvalint::test {
+
+// The bytes of an OSC argument, written here by hand so that a packet can be compared whole.
+std::string OscString(const std::string& text);  // zero ended, padded to a multiple of four
+std::string OscInt32(std::int32_t number);
+std::string OscInt64(std::int64_t number);
+std::string OscBlob(const std::string& bytes);
+// One announcement: address, ",si", name, id.
+std::string AnnouncementBytes(const std::string& address, const std::string& name, std::int32_t id);
+// One "/midi": ",sihb", name, id, time stamp, bytes.
+std::string MidiBytes(const std::string& name, std::int32_t id, std::int64_t timestamp,
+                      const std::string& bytes);
+
+// A device's manager that answers as the test says and notes what it is asked. The answer and the
+// hooks are set before other threads use it.
+class ScriptedOwner final : public EndpointOwner {
+ public:
+  bool OwnsEndpoint(std::string ownerKey, std::string endpointName) override;
+  void SendMidiToDestination(std::string name, std::uint32_t id) override;
+  std::vector<PublishedEndpoint> PublishedEndpoints() override;
+
+  // What was asked since the last time: "owns(KEY, NAME)", "destination(NAME, ID)".
+  std::vector<std::string> TakeQuestions();
+
+  bool owns = false;
+  std::vector<PublishedEndpoint> published;
+  std::function<void()> whenAsked;    // inside OwnsEndpoint
+  std::function<void()> whenHandled;  // inside SendMidiToDestination
+
+ private:
+  std::mutex mutex;
+  std::vector<std::string> questions;
+};
+
+// A connected device that keeps the packets it is sent. It has a ScriptedOwner, or the manager that
+// the test gives it. The hook and the answer are set before other threads use it.
+class RecordingClient final : public DeviceClient {
+ public:
+  RecordingClient() : manager(scripted) {}
+  explicit RecordingClient(EndpointOwner& owner) : manager(owner) {}
+
+  int SendFramed(const void* data, std::uint32_t size) override;
+  EndpointOwner& Owner() override { return manager; }
+
+  // The packets since the last time, oldest first.
+  std::vector<std::string> TakePackets();
+
+  ScriptedOwner scripted;
+  std::function<void()> whenSent;  // inside SendFramed, once the packet is noted
+  bool dropsFrames = false;        // SendFramed then answers -1
+
+ private:
+  EndpointOwner& manager;
+  std::mutex mutex;
+  std::vector<std::string> packets;
+};
+
+}  // namespace corvalint::test
