@@ -81,17 +81,26 @@ void CallBook::WaitUntilOpen(std::unique_lock<std::mutex>& hold) {
   }
 }
 
-std::uint64_t CallBook::Enter(CallRecord record, std::optional<std::int64_t>& scripted) {
-  std::unique_lock hold(lock);
-  WaitUntilOpen(hold);
-  Function& function = functions[record.function];
-  ++function.count;
-  if (function.held) {
-    Outbox::Get().Event("held " + record.function);
-    changed.wait(hold, [&function] { return !function.held; });
+std::uint64_t CallBook::Log(const Function& function, CallRecord record) {
+  if (function.muted) return 0;
+  if (records.size() >= kMostRecords) {
+    ++dropped;
+    return 0;
   }
+  record.enteredNs = NowNs();
+  records.push_back(std::move(record));
+  return firstTicket + records.size() - 1;
+}
+
+// Answers how long the call is to be delayed.
+std::uint32_t CallBook::Apply(Function& function, const CallRecord& record,
+                              std::optional<std::int64_t>& scripted) {
   std::uint32_t delayMs = 0;
   for (CallRule& rule : function.rules) {
+    if (rule.firstArgument &&
+        (record.arguments.empty() || record.arguments.front() != *rule.firstArgument)) {
+      continue;
+    }
     ++rule.seen;
     const bool late = rule.untilNs != 0 && NowNs() >= rule.untilNs;
     const bool over = rule.times != 0 && rule.seen >= rule.from + rule.times;
@@ -99,17 +108,32 @@ std::uint64_t CallBook::Enter(CallRecord record, std::optional<std::int64_t>& sc
     delayMs += rule.delayMs;
     if (rule.fails && !scripted) scripted = rule.result;
   }
-  std::uint64_t ticket = 0;
-  if (function.muted || records.size() >= kMostRecords) {
-    if (!function.muted) ++dropped;
-  } else {
-    record.enteredNs = NowNs();
-    records.push_back(std::move(record));
-    ticket = firstTicket + records.size() - 1;
-  }
+  return delayMs;
+}
+
+std::uint64_t CallBook::Enter(CallRecord record, std::optional<std::int64_t>& scripted) {
+  std::unique_lock hold(lock);
+  WaitUntilOpen(hold);
+  Function& function = functions[record.function];
+  ++function.count;
+  const std::uint32_t delayMs = Apply(function, record, scripted);
+  if (function.held) Outbox::Get().Event("held " + record.function);
+  const std::uint64_t ticket = Log(function, std::move(record));
+  changed.wait(hold, [&function] { return !function.held; });
   hold.unlock();
   if (delayMs != 0) Sleep(delayMs);
   return ticket;
+}
+
+void CallBook::Note(const char* function, std::uint64_t argument) {
+  CallRecord record;
+  record.function = function;
+  record.arguments = {argument};
+  record.result = 0;
+  record.thread = GetCurrentThreadId();
+  const std::lock_guard hold(lock);
+  ++functions[function].count;
+  Log(functions[function], std::move(record));
 }
 
 void CallBook::Leave(std::uint64_t ticket, std::int64_t result) {

@@ -26,11 +26,12 @@ struct CallRecord {
 // What a test wants from coming calls of a function. Calls are counted from 1 when the rule is set.
 struct CallRule {
   std::int64_t result = 0;
-  bool fails = false;         // answer `result` without doing anything
-  std::uint32_t delayMs = 0;  // sleep before the call does its work
-  std::uint64_t from = 1;     // first call concerned
-  std::uint64_t times = 0;    // number of calls concerned, 0: all
-  std::int64_t untilNs = 0;   // only calls before this time, 0: any time
+  bool fails = false;                          // answer `result` without doing anything
+  std::uint32_t delayMs = 0;                   // sleep before the call does its work
+  std::uint64_t from = 1;                      // first call concerned
+  std::uint64_t times = 0;                     // number of calls concerned, 0: all
+  std::int64_t untilNs = 0;                    // only calls before this time, 0: any time
+  std::optional<std::uint64_t> firstArgument;  // only calls with it, which alone are counted
   std::uint64_t seen = 0;
 };
 
@@ -54,6 +55,9 @@ class CallBook {
   std::vector<CallRecord> Records();
   std::map<std::string, std::uint64_t> Counts();
   void ClearRecords();
+
+  // Logs a call that neither waits for the test nor follows rules.
+  void Note(const char* function, std::uint64_t argument);
   void SetMuted(const std::string& function, bool muted);  // counted, not logged
 
  private:
@@ -69,6 +73,9 @@ class CallBook {
   std::uint64_t Enter(CallRecord record, std::optional<std::int64_t>& scripted);
   void Leave(std::uint64_t ticket, std::int64_t result);
   void WaitUntilOpen(std::unique_lock<std::mutex>& hold);
+  std::uint64_t Log(const Function& function, CallRecord record);
+  static std::uint32_t Apply(Function& function, const CallRecord& record,
+                             std::optional<std::int64_t>& scripted);
 
   std::mutex lock;
   std::condition_variable changed;

@@ -13,13 +13,16 @@ namespace corvalint::desk {
 
 namespace {
 
-// Common part of "fail" and "delay": [from=N] [times=N] [ms=N]
+// Common part of "fail" and "delay": [from=N] [times=N] [ms=N] [first=ARGUMENT]
 CallRule RuleFrom(const Arguments& arguments) {
   CallRule rule;
   rule.from = static_cast<std::uint64_t>(arguments.OptionNumber("from", 1));
   rule.times = static_cast<std::uint64_t>(arguments.OptionNumber("times", 0));
   const std::int64_t forMs = arguments.OptionNumber("ms", 0);
   if (forMs != 0) rule.untilNs = NowNs() + forMs * 1'000'000;
+  if (arguments.Has("first")) {
+    rule.firstArgument = static_cast<std::uint64_t>(arguments.OptionNumber("first", 0));
+  }
   return rule;
 }
 

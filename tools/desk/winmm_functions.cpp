@@ -10,6 +10,7 @@
 namespace {
 
 using corvalint::desk::Call;
+using corvalint::desk::CallBook;
 using corvalint::desk::MidiTable;
 using corvalint::desk::Outbox;
 
@@ -223,10 +224,12 @@ DESK_EXPORT MMRESULT WINAPI DeskMidiOutReset(HMIDIOUT handle) {
 
 // The timer functions never wait for the test: a library may call them while it is being loaded.
 DESK_EXPORT MMRESULT WINAPI DeskTimeBeginPeriod(UINT period) {
+  CallBook::Get().Note("timeBeginPeriod", period);
   return period == 0 ? TIMERR_NOCANDO : TIMERR_NOERROR;
 }
 
 DESK_EXPORT MMRESULT WINAPI DeskTimeEndPeriod(UINT period) {
+  CallBook::Get().Note("timeEndPeriod", period);
   return period == 0 ? TIMERR_NOCANDO : TIMERR_NOERROR;
 }
 

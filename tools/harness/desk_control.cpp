@@ -32,8 +32,10 @@ std::string NumberList(const std::vector<std::uint32_t>& numbers) {
 }
 
 std::string RangeText(const CallRange& range) {
-  return " from=" + std::to_string(range.from) + " times=" + std::to_string(range.times) +
-         " ms=" + std::to_string(range.forMs);
+  std::string text = " from=" + std::to_string(range.from) +
+                     " times=" + std::to_string(range.times) + " ms=" + std::to_string(range.forMs);
+  if (range.firstArgument) text += " first=" + std::to_string(*range.firstArgument);
+  return text;
 }
 
 template <typename Map>

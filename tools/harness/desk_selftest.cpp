@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <thread>
 
 #include "harness/desk.h"
@@ -276,6 +277,47 @@ TEST_F(DeskSelftest, HeldCallsStayInsideUntilReleased) {
   caller.join();
 }
 
+TEST_F(DeskSelftest, RulesMayConcernOneFirstArgumentOnly) {
+  control.AddOutput("One");
+  control.AddOutput("Two");
+  control.Open();
+  control.Fail("midiOutOpen", kAllocated, {.times = 1, .firstArgument = 1});
+  EXPECT_EQ(Do("open-output 0"), 0);
+  EXPECT_EQ(Do("open-output 1"), kAllocated);
+  EXPECT_EQ(Do("open-output 1"), 0);
+}
+
+TEST_F(DeskSelftest, SurvivesEverythingAtOnce) {
+  const int input = control.AddInput("Keys");
+  control.AddOutput("Synth");
+  control.Open();
+  ASSERT_EQ(Do("libraries"), 4);
+  std::thread user([this] { EXPECT_GT(Do("stress 2000"), 20); });
+  const int job = control.Inject(input,
+                                 {ItemOf({0x90, 1, 1}),
+                                  ItemOf({0xF0, 1, 2, 3, 4, 0xF7}),
+                                  {InputItem::Kind::kPartial, {0xF0, 1}}},
+                                 {.repeat = 100000});
+  for (int i = 0; i < 100; ++i) {
+    control.RemoveOutput(control.AddOutput("Come and go"));
+    control.RemoveInput(control.AddInput("Come and go"));
+    for (const Port& port : control.Ports()) {
+      if (!port.open) continue;
+      try {
+        control.Play(port.id, {{0x91, 1, 1}}, {.repeat = 10});
+      } catch (const std::runtime_error&) {
+        // It has been closed meanwhile.
+      }
+    }
+  }
+  user.join();
+  EXPECT_TRUE(control.WaitForJob(job).has_value());
+  EXPECT_THAT(Heard(), IsEmpty());
+  EXPECT_THAT(control.Violations(), IsEmpty());
+  const ProcessCounts counts = control.Counts();
+  EXPECT_EQ(counts.openInputs + counts.openOutputs + counts.openPorts, 0u);
+}
+
 TEST_F(DeskSelftest, CarriesBulkAndCountsTheProcess) {
   constexpr std::size_t kMessages = 200000;
   control.Open();
@@ -288,6 +330,7 @@ TEST_F(DeskSelftest, CarriesBulkAndCountsTheProcess) {
   ASSERT_TRUE(control.WaitForPortMessages(port, kMessages));
   const double seconds = static_cast<double>(RawNowNs() - start) / 1e9;
   RecordProperty("messagesPerSecond", static_cast<int>(kMessages / seconds));
+  std::printf("%.0f messages a second\n", static_cast<double>(kMessages) / seconds);
   EXPECT_GT(kMessages / seconds, 50000.0);
   const ProcessCounts counts = control.Counts();
   EXPECT_GT(counts.handles, 5u);

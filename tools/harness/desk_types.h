@@ -71,8 +71,9 @@ struct DeviceSetup {
 // Which calls of a function a rule concerns, counted from 1 when it is set.
 struct CallRange {
   std::uint64_t from = 1;
-  std::uint64_t times = 0;  // 0: all from there on
-  std::uint32_t forMs = 0;  // only within this time; 0: no limit
+  std::uint64_t times = 0;                          // 0: all from there on
+  std::uint32_t forMs = 0;                          // only within this time; 0: no limit
+  std::optional<std::uint64_t> firstArgument = {};  // only calls with it, which alone are counted
 };
 
 // One call of the product into a stand-in.
