@@ -113,6 +113,8 @@ TEST(OscCodec, DescriptionIsOneShortLine) {
   EXPECT_EQ(Describe(message), "/midi Keys 7 123 [90 3c 64]");
   const auto longer = DecodePacket(EncodeMidi("K", 7, 1, Bytes(17, 0xAB)))[0];
   EXPECT_THAT(Describe(longer), HasSubstr("ab ... 17 bytes]"));
+  EXPECT_EQ(Describe(OscMessage{"/a\x1b", "s", {std::string("\n\x7f\xC3\xA9")}}),
+            "/a\\x1b \\x0a\\x7f\xC3\xA9");
 }
 
 TEST(JsonLine, IsExactAndEscaped) {

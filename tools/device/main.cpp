@@ -1,4 +1,3 @@
-#include <csignal>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
@@ -8,8 +7,6 @@
 
 int main(int argc, char** argv) {
   using namespace corvalint::device;
-  // A command that reads the output and goes away must not take the device down with a signal.
-  std::signal(SIGPIPE, SIG_IGN);
   ProgramOptions options;
   try {
     options = ParseOptions({argv + 1, argv + argc});

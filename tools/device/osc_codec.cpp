@@ -102,6 +102,22 @@ OscArgument ArgumentOf(const EndpointId& id) {
   return std::get<std::string>(id);
 }
 
+// A text must not command the terminal it is shown on.
+std::string DescribeText(const std::string& text) {
+  std::string shown;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20 && byte != 0x7F) {
+      shown += character;
+      continue;
+    }
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02x", unsigned{byte});
+    shown += hex;
+  }
+  return shown;
+}
+
 std::string DescribeBlob(const Bytes& blob) {
   std::string text(1, '[');
   for (std::size_t i = 0; i < blob.size() && i < kBlobBytesShown; ++i) {
@@ -120,7 +136,7 @@ std::string DescribeArgument(const OscArgument& argument) {
       [](const auto& value) -> std::string {
         using T = std::decay_t<decltype(value)>;
         if constexpr (std::is_same_v<T, std::string>) {
-          return value;
+          return DescribeText(value);
         } else if constexpr (std::is_same_v<T, Bytes>) {
           return DescribeBlob(value);
         } else if constexpr (std::is_same_v<T, bool>) {
@@ -141,7 +157,7 @@ std::optional<MidiMessage> AsMidi(const OscMessage& message) {
 }
 
 std::string Describe(const OscMessage& message) {
-  std::string text = message.address;
+  std::string text = DescribeText(message.address);
   for (const OscArgument& argument : message.arguments) {
     text.append(1, ' ').append(DescribeArgument(argument));
   }

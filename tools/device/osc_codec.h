@@ -50,7 +50,8 @@ struct MidiMessage {
 // The message as MIDI, or nothing when it is not a "/midi" with exactly the tags "sihb".
 std::optional<MidiMessage> AsMidi(const OscMessage& message);
 
-// "/midi NAME 7 123 [90 3c 64]": one line for a person. Blobs are cut after 16 bytes.
+// "/midi NAME 7 123 [90 3c 64]": one line for a person. Blobs are cut after 16 bytes, and
+// control characters of a text are written as \xNN.
 std::string Describe(const OscMessage& message);
 
 // All messages of a packet in order, those of (nested) bundles included.

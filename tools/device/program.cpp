@@ -184,8 +184,10 @@ bool Program::ServeStream(std::uint64_t number) {
     printer.Line("clock not aligned: no reply");
   }
   if (options.rubbishSeed) {
-    device.SendRubbish(*options.rubbishSeed + number - 1, kRubbishPackets, RubbishKind::kPackets);
-    printer.Line("sent rubbish, " + std::to_string(kRubbishPackets) + " packets");
+    const bool sent = device.SendRubbish(*options.rubbishSeed + number - 1, kRubbishPackets,
+                                         RubbishKind::kPackets);
+    printer.Line((sent ? "sending rubbish, packets: " : "no stream to send rubbish to, packets: ") +
+                 std::to_string(kRubbishPackets));
   }
   if (!options.songFile || stopping) return false;
   PlaySong();
