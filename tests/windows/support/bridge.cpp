@@ -25,6 +25,7 @@ PluggedDevice::PluggedDevice(harness::DeskControl& deskControl, std::string devi
   harness::DeviceSetup setup;
   setup.identifier = name;
   setup.tcpPort = app.Port();
+  setup.connectionId = app.Port();  // any number but 0, which means that there is none
   control.SetDevice(name, setup);
 }
 
