@@ -15,6 +15,20 @@ namespace {
 std::atomic<FakeWinmm*> current{nullptr};
 thread_local void* callbackOfThisThread = nullptr;
 
+// winmm's marks in a header's flags.
+constexpr std::uint32_t kDone = 1, kPrepared = 2, kQueued = 4;
+
+// Keeps what a driver never gave back reachable: it is lost on purpose.
+void NeverGivenBack(const MidiHeader* header) {
+  static auto* const headers = new std::vector<const MidiHeader*>;
+  headers->push_back(header);
+}
+
+void GiveBack(MidiHeader& header, std::uint32_t bytesRecorded) {
+  header.flags = (header.flags & ~kQueued) | kDone;
+  header.bytesRecorded = bytesRecorded;
+}
+
 std::string Hex(const char* data, std::size_t count) {
   std::string text;
   for (std::size_t i = 0; i < count; ++i) {
@@ -31,153 +45,23 @@ FakeWinmm::Bytes BytesOf(const MidiHeader& header) {
 
 }  // namespace
 
-// --- the functions of the table
-
-struct FakeWinmm::Table {
-  static std::uint32_t InGetNumDevs() {
-    return Current().CountDevices("midiInGetNumDevs", Current().inputs);
-  }
-  static std::uint32_t OutGetNumDevs() {
-    return Current().CountDevices("midiOutGetNumDevs", Current().outputs);
-  }
-  static MidiResult InGetDevCaps(std::uintptr_t number, MidiInCaps* caps, std::uint32_t size) {
-    return Current().Describe("midiInGetDevCapsA", number, caps, size, Current().inputs);
-  }
-  static MidiResult OutGetDevCaps(std::uintptr_t number, MidiOutCaps* caps, std::uint32_t size) {
-    return Current().Describe("midiOutGetDevCapsA", number, caps, size, Current().outputs);
-  }
-  static MidiResult InOpen(MidiInHandle* handle, std::uint32_t number, std::uintptr_t callback,
-                           std::uintptr_t instance, std::uint32_t flags) {
-    return Current().Open(handle, number, true, callback, instance, flags);
-  }
-  static MidiResult OutOpen(MidiOutHandle* handle, std::uint32_t number, std::uintptr_t callback,
-                            std::uintptr_t instance, std::uint32_t flags) {
-    return Current().Open(handle, number, false, callback, instance, flags);
-  }
-  static MidiResult InClose(MidiInHandle handle) { return Current().Close("midiInClose", handle); }
-  static MidiResult OutClose(MidiOutHandle handle) {
-    return Current().Close("midiOutClose", handle);
-  }
-  static MidiResult InPrepare(MidiInHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Prepare("midiInPrepareHeader", handle, header, size);
-  }
-  static MidiResult OutPrepare(MidiOutHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Prepare("midiOutPrepareHeader", handle, header, size);
-  }
-  static MidiResult InUnprepare(MidiInHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Unprepare("midiInUnprepareHeader", handle, header, size);
-  }
-  static MidiResult OutUnprepare(MidiOutHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Unprepare("midiOutUnprepareHeader", handle, header, size);
-  }
-  static MidiResult InAddBuffer(MidiInHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Queue("midiInAddBuffer", handle, header, size);
-  }
-  static MidiResult OutLongMsg(MidiOutHandle handle, MidiHeader* header, std::uint32_t size) {
-    return Current().Queue("midiOutLongMsg", handle, header, size);
-  }
-  static MidiResult InStart(MidiInHandle handle) {
-    return Current().SetStarted("midiInStart", handle, true);
-  }
-  static MidiResult InStop(MidiInHandle handle) {
-    return Current().SetStarted("midiInStop", handle, false);
-  }
-  static MidiResult InReset(MidiInHandle handle) { return Current().Reset("midiInReset", handle); }
-  static MidiResult OutReset(MidiOutHandle handle) {
-    return Current().Reset("midiOutReset", handle);
-  }
-
-  static constexpr WinMidiApi kApi{
-      .midiInGetNumDevs = InGetNumDevs,
-      .midiInGetDevCapsA = InGetDevCaps,
-      .midiInOpen = InOpen,
-      .midiInClose = InClose,
-      .midiInPrepareHeader = InPrepare,
-      .midiInUnprepareHeader = InUnprepare,
-      .midiInAddBuffer = InAddBuffer,
-      .midiInStart = InStart,
-      .midiInStop = InStop,
-      .midiInReset = InReset,
-      .midiOutGetNumDevs = OutGetNumDevs,
-      .midiOutGetDevCapsA = OutGetDevCaps,
-      .midiOutOpen = OutOpen,
-      .midiOutClose = OutClose,
-      .midiOutPrepareHeader = OutPrepare,
-      .midiOutUnprepareHeader = OutUnprepare,
-      .midiOutLongMsg = OutLongMsg,
-      .midiOutReset = OutReset,
-  };
-};
-
 // --- life and script
 
 FakeWinmm::FakeWinmm() {
   current = this;
-  Install<WinMidiApi>(&Table::kApi);
+  Install<WinMidiApi>(&Api());
 }
 
 FakeWinmm::~FakeWinmm() {
   for (const std::string& call : TakeCalls()) ADD_FAILURE() << "unclaimed call: " << call;
+  for (const auto& device : devices) {
+    for (const MidiHeader* header : device->queue) NeverGivenBack(header);
+  }
   Install<WinMidiApi>(nullptr);
   current = nullptr;
 }
 
 FakeWinmm& FakeWinmm::Current() { return *current; }
-
-void FakeWinmm::SetInputs(std::vector<std::string> names) {
-  const std::lock_guard hold(mutex);
-  inputs = std::move(names);
-}
-
-void FakeWinmm::SetOutputs(std::vector<std::string> names) {
-  const std::lock_guard hold(mutex);
-  outputs = std::move(names);
-}
-
-void FakeWinmm::Fail(const std::string& function, MidiResult result, int times, int skip) {
-  const std::lock_guard hold(mutex);
-  failures[function].push_back({result, times, skip});
-}
-
-void FakeWinmm::WhenCalled(const std::string& function, std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  actions[function] = std::move(action);
-}
-
-FakeWinmm::Calls FakeWinmm::TakeCalls() {
-  const std::lock_guard hold(mutex);
-  return std::exchange(calls, {});
-}
-
-int FakeWinmm::Count(const std::string& function) const {
-  const std::lock_guard hold(mutex);
-  const auto entry = counts.find(function);
-  return entry == counts.end() ? 0 : entry->second;
-}
-
-std::unique_ptr<MidiResult> FakeWinmm::Begin(const char* function, const std::string& arguments) {
-  std::function<void()> action;
-  std::unique_ptr<MidiResult> answer;
-  {
-    const std::lock_guard hold(mutex);
-    calls.push_back(std::string(function) + "(" + arguments + ")");
-    ++counts[function];
-    for (Failure& failure : failures[function]) {
-      if (failure.times == 0) continue;
-      if (failure.skip > 0) {
-        --failure.skip;
-      } else {
-        --failure.times;
-        answer = std::make_unique<MidiResult>(failure.result);
-      }
-      break;
-    }
-    const auto entry = actions.find(function);
-    if (entry != actions.end()) action = entry->second;
-  }
-  if (action) action();
-  return answer;
-}
 
 // --- devices
 
@@ -220,6 +104,11 @@ MidiResult FakeWinmm::Open(void** handle, std::uint32_t number, bool input, std:
   devices.push_back(std::move(device));
   return kMidiNoError;
 }
+
+template MidiResult FakeWinmm::Describe(const char*, std::uintptr_t, MidiInCaps*, std::uint32_t,
+                                        const std::vector<std::string>&);
+template MidiResult FakeWinmm::Describe(const char*, std::uintptr_t, MidiOutCaps*, std::uint32_t,
+                                        const std::vector<std::string>&);
 
 FakeWinmm::Device* FakeWinmm::OpenDevice(const std::string& name, bool input) const {
   for (auto i = devices.rbegin(); i != devices.rend(); ++i) {
@@ -284,7 +173,9 @@ MidiResult FakeWinmm::Reset(const char* function, void* handle) {
   if (device == nullptr) return kMidiInvalidHandle;
   device->started = false;
   if (!device->input) {
-    if (deafToReset.count(device->name) == 0) device->queue.clear();
+    if (deafToReset.count(device->name) == 0) {
+      for (MidiHeader* header : std::exchange(device->queue, {})) GiveBack(*header, 0);
+    }
     return kMidiNoError;
   }
   WaitForCallbacks(*device, hold);
@@ -293,7 +184,7 @@ MidiResult FakeWinmm::Reset(const char* function, void* handle) {
   for (MidiHeader* header : std::exchange(device->queue, {})) {
     const Bytes rest = std::exchange(device->unfinished, {});
     std::copy(rest.begin(), rest.end(), header->data);
-    header->bytesRecorded = static_cast<std::uint32_t>(rest.size());
+    GiveBack(*header, static_cast<std::uint32_t>(rest.size()));
     ++device->callbacksRunning;
     hold.unlock();
     RunCallback(*device, kMidiInLongData, reinterpret_cast<std::uintptr_t>(header));
@@ -324,8 +215,9 @@ MidiResult FakeWinmm::Prepare(const char* function, void* handle, MidiHeader* he
   const std::lock_guard hold(mutex);
   Device* const device = DeviceOf(handle, function);
   if (device == nullptr) return kMidiInvalidHandle;
-  EXPECT_EQ(header->flags, 0u) << function << " with flags";
-  EXPECT_TRUE(device->prepared.insert(header).second) << function << " of a prepared header";
+  EXPECT_EQ(header->flags & (kPrepared | kQueued), 0u) << function << " of a header in use";
+  EXPECT_TRUE(device->input || header->flags == 0) << function << " with flags";
+  header->flags = kPrepared;
   return kMidiNoError;
 }
 
@@ -336,9 +228,8 @@ MidiResult FakeWinmm::Unprepare(const char* function, void* handle, MidiHeader* 
   const std::lock_guard hold(mutex);
   Device* const device = DeviceOf(handle, function);
   if (device == nullptr) return kMidiInvalidHandle;
-  const auto& queue = device->queue;
-  if (std::find(queue.begin(), queue.end(), header) != queue.end()) return kMidiStillPlaying;
-  device->prepared.erase(header);
+  if ((header->flags & kQueued) != 0) return kMidiStillPlaying;
+  header->flags &= ~kPrepared;
   return kMidiNoError;
 }
 
@@ -349,16 +240,21 @@ MidiResult FakeWinmm::Queue(const char* function, void* handle, MidiHeader* head
   const std::lock_guard hold(mutex);
   Device* const device = DeviceOf(handle, function);
   if (device == nullptr) return kMidiInvalidHandle;
-  EXPECT_EQ(device->prepared.count(header), 1u) << function << " of an unprepared header";
-  EXPECT_EQ(std::count(device->queue.begin(), device->queue.end(), header), 0)
-      << function << " of a header that is queued";
+  EXPECT_NE(header->flags & kPrepared, 0u) << function << " of an unprepared header";
+  EXPECT_EQ(header->flags & kQueued, 0u) << function << " of a header that is queued";
   if (device->input) {
+    header->flags = (header->flags & ~kDone) | kQueued;
     header->bytesRecorded = 0;
     device->queue.push_back(header);
     return kMidiNoError;
   }
   sent[device->name].push_back(BytesOf(*header));
-  if (holding.count(device->name) != 0) device->queue.push_back(header);
+  if (holding.count(device->name) == 0) {
+    GiveBack(*header, 0);
+  } else {
+    header->flags |= kQueued;
+    device->queue.push_back(header);
+  }
   return kMidiNoError;
 }
 
@@ -420,7 +316,7 @@ bool FakeWinmm::PlayLong(const std::string& input, const Bytes& bytes, std::uint
     device->queue.erase(device->queue.begin());
     EXPECT_LE(bytes.size(), header->bufferLength);
     std::copy(bytes.begin(), bytes.end(), header->data);
-    header->bytesRecorded = static_cast<std::uint32_t>(bytes.size());
+    GiveBack(*header, static_cast<std::uint32_t>(bytes.size()));
   }
   RunCallback(*device, message, reinterpret_cast<std::uintptr_t>(header));
   return true;
@@ -463,8 +359,9 @@ std::vector<FakeWinmm::Bytes> FakeWinmm::FinishBlocks(const std::string& output)
   std::vector<Bytes> blocks;
   for (const auto& device : devices) {
     if (device->input || device->name != output) continue;
-    for (const MidiHeader* header : std::exchange(device->queue, {})) {
+    for (MidiHeader* header : std::exchange(device->queue, {})) {
       blocks.push_back(BytesOf(*header));
+      GiveBack(*header, 0);
     }
   }
   return blocks;

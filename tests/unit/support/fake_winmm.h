@@ -87,7 +87,6 @@ class FakeWinmm {
     int callbacksRunning = 0;
     Bytes unfinished;
     std::vector<MidiHeader*> queue;
-    std::set<const MidiHeader*> prepared;
   };
   struct Failure {
     MidiResult result;
@@ -97,6 +96,7 @@ class FakeWinmm {
   struct Table;
 
   static FakeWinmm& Current();
+  static const WinMidiApi& Api();
 
   // Logs the call and runs its action; the scripted answer, or null for the usual one.
   std::unique_ptr<MidiResult> Begin(const char* function, const std::string& arguments);

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "clients/usb_server.h"
+#include "platform/clock.h"
+#include "support/fake_winmm.h"
+#include "support/recording_client.h"
+#include "winmidi/midi_endpoint_registry.h"
+
+namespace corvalint::test {
+
+// A condition that one thread waits for and another one brings about.
+class Latch {
+ public:
+  void Open();
+  // False, and the test failed, when nobody opened it within half a minute.
+  bool Wait();
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool open = false;
+};
+
+// The clock of these tests, installed for as long as it lives: each read moves it on by 1000 ns, a
+// sleep is noted and takes no time.
+class DeskClock {
+ public:
+  DeskClock();
+  ~DeskClock();
+  DeskClock(const DeskClock&) = delete;
+  DeskClock& operator=(const DeskClock&) = delete;
+
+  // What the next read of the counter gives, in ticks of 100 ns.
+  static void SetTicks(std::int64_t ticks);
+  // The sleeps since the last time, in milliseconds.
+  static std::vector<std::uint32_t> TakeSleeps();
+};
+
+// Notes what reaches a delegate, and prints it to standard output between angle brackets, where it
+// stands in order with the console's lines:
+//   <received Keys 7: 90 3C 7F at 5000>, <source added Keys 7 on>
+class RecordingDelegate final : public MidiDelegate {
+ public:
+  void MidiReceived(const std::uint8_t* data, std::int32_t length, std::string name,
+                    std::int32_t uniqueId, std::uint64_t timestamp) override;
+  void SourceAdded(const MidiEndpoint& source) override;
+  void SourceRemoved(const MidiEndpoint& source) override;
+  void DestinationAdded(const MidiEndpoint& destination) override;
+  void DestinationRemoved(const MidiEndpoint& destination) override;
+
+  std::vector<std::string> TakeReceived();
+  // Runs in every MidiReceived, with no lock held.
+  void WhenReceiving(std::function<void()> newAction);
+
+ private:
+  std::mutex mutex;
+  std::vector<std::string> received;
+  std::function<void()> action;
+};
+
+// The server as the desktop's side sees it, with its two locks and one device. It is `theUsbServer`
+// for as long as it lives.
+class DeskServer final : public UsbServer {
+ public:
+  DeskServer();
+  ~DeskServer();
+
+  // Prints "?name" and whether it was asked as promised: under `midiLock`, in a scan.
+  bool AnyManagerOwns(std::string endpointName) override;
+  void BeginDesktopScan() override { ++scans; }
+  void EndDesktopScan() override { --scans; }
+
+  // Fails the test when the calling thread holds a lock that MIDI waits for.
+  void ExpectNoLockHeld();
+
+  CriticalSection midi;
+  std::vector<std::string> published;
+  std::atomic<int> scans{0};
+  RecordingClient device;
+};
+
+// A desk with a scripted winmm, one connected device and a registry of its own. Standard output is
+// captured.
+class MidiDesk : public ::testing::Test {
+ protected:
+  MidiDesk();
+  ~MidiDesk() override;
+
+  // What was printed since the last time.
+  static std::string Printed();
+
+  // Lists an endpoint as a scan would, with the number and id given, and plugs nothing in.
+  MidiSourcePointer AddSource(const std::string& name, std::uint32_t number, std::int32_t id);
+  MidiDestinationPointer AddDestination(const std::string& name, std::uint32_t number,
+                                        std::int32_t id);
+  MidiResult Open(const MidiSourcePointer& source);
+  MidiResult Open(const MidiDestinationPointer& destination);
+  void Close(const MidiSourcePointer& source, bool notify);
+  // Forgets the winmm calls and the prints so far.
+  void Forget();
+
+  FakeWinmm winmm;
+  DeskClock clock;
+  DeskServer server;
+  RecordingDelegate delegate;
+  MidiEndpointRegistry registry;
+};
+
+// The log for as long as it lives, in a file of its own.
+class DeskLog {
+ public:
+  DeskLog();
+  ~DeskLog();
+  DeskLog(const DeskLog&) = delete;
+  DeskLog& operator=(const DeskLog&) = delete;
+
+  // Level and text of every line, without time and thread.
+  std::vector<std::string> Lines() const;
+
+ private:
+  std::string path;
+};
+
+}  // namespace corvalint::test
