@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <map>
 #include <string>
 #include <system_error>
@@ -17,26 +16,12 @@
 namespace corvalint::device {
 namespace {
 
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::Field;
 using ::testing::HasSubstr;
 
 OscMessage EndpointMessage(const std::string& address, const std::string& name, std::int32_t id) {
   return {address, "si", {name, id}};
-}
-
-// A small "/midi" whose data is its number.
-Bytes NumberedMidi(std::int32_t number) {
-  return EncodeMidi("Keys", 7, number, {0x90, static_cast<std::uint8_t>(number & 0x7F), 1});
-}
-
-std::vector<std::int64_t> TimesOf(const std::vector<ReceivedMessage>& messages) {
-  std::vector<std::int64_t> times;
-  for (const ReceivedMessage& received : messages) {
-    times.push_back(received.message.Argument<std::int64_t>(2));
-  }
-  return times;
 }
 
 TEST(SimulatedDevice, GreetsEachStreamFirst) {
@@ -317,24 +302,6 @@ TEST(SimulatedDevice, SendsTheRubbishOfItsSeed) {
   EXPECT_EQ(client.Read(expected.size()), expected);
 }
 
-TEST(SimulatedDevice, SendsInPiecesThatLeaveApart) {
-  SimulatedDevice device;
-  device.SetPieceSize(3);
-  device.SetSendRate(3);
-  TestClient client(device.Port());
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  const std::int64_t start = RawNow();
-  ASSERT_TRUE(device.SendPacket(NumberedMidi(1)));
-  const Bytes expected = EncodeFrame(NumberedMidi(1));
-  EXPECT_EQ(client.Read(expected.size()), expected);
-  // The first piece leaves at once and each other one a millisecond of the clock later at least;
-  // the clock's first millisecond has begun before the start.
-  const auto pieces = static_cast<std::int64_t>((expected.size() + 2) / 3);
-  EXPECT_GE(RawNow() - start, (pieces - 2) * 1'000'000);
-  EXPECT_TRUE(device.WaitUntilSent(kLong));
-  EXPECT_EQ(device.Record().Counters().framesSent, 1u);
-}
-
 TEST(SimulatedDevice, ManyFramesArriveCompleteAndInOrder) {
   constexpr std::int32_t kFrames = 20000;
   SimulatedDevice device;
@@ -369,186 +336,6 @@ TEST(SimulatedDevice, FramesOfSeveralThreadsDoNotMix) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(next.size(), std::size_t{kThreads});
-}
-
-TEST(SimulatedDevice, ReadsNoFasterThanItsRate) {
-  SimulatedDevice device;
-  device.SetReadRate(100);
-  TestClient client(device.Port());
-  const Bytes frame = EncodeFrame(EncodeMidi("Keys", 7, 1, Bytes(4000, 0x11)));
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  const std::int64_t start = RawNow();
-  ASSERT_TRUE(client.Send(frame));
-  ASSERT_TRUE(device.Record().WaitForMessages(1, kLong));
-  const auto turns = static_cast<std::int64_t>((frame.size() + 99) / 100);
-  EXPECT_GE(device.Record().AllMessages()[0].arrival - start, (turns - 2) * 1'000'000);
-}
-
-TEST(SimulatedDevice, StalledItTakesNothingAndLaterAll) {
-  DeviceOptions options;
-  options.receiveBuffer = 4096;
-  SimulatedDevice device(options);
-  TestClient client(device.Port(), 0, 8192);
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  device.Stall();
-  FrameBatch batch;
-  for (std::int32_t i = 0; i < 50'000; ++i) batch.AddPacket(NumberedMidi(i));
-  const Bytes& all = batch.Data();
-  std::size_t sent = 0;
-  while (const std::size_t count = client.SendWithoutWaiting(
-             Bytes(all.begin() + static_cast<std::ptrdiff_t>(sent), all.end()))) {
-    sent += count;
-  }
-  ASSERT_LT(sent, all.size()) << "the pipe never filled";
-  EXPECT_FALSE(device.Record().WaitForMessages(1, kShort));
-  device.Resume();
-  ASSERT_TRUE(client.Send(Bytes(all.begin() + static_cast<std::ptrdiff_t>(sent), all.end())));
-  ASSERT_TRUE(device.Record().WaitForMessages(batch.Frames(), kLong));
-  const auto times = TimesOf(device.Record().AllMessages());
-  for (std::size_t i = 0; i < times.size(); ++i) {
-    ASSERT_EQ(times[i], static_cast<std::int64_t>(i));
-  }
-  EXPECT_EQ(device.Record().Counters().violations, 0u);
-}
-
-TEST(SimulatedDevice, StallsAfterExactlySoManyFrames) {
-  SimulatedDevice device;
-  device.StallAfterFrames(2);
-  TestClient client(device.Port());
-  FrameBatch batch;
-  for (std::int32_t i = 0; i < 5; ++i) batch.AddPacket(NumberedMidi(i));
-  ASSERT_TRUE(client.Send(batch.Data()));
-  client.Finish();
-  ASSERT_TRUE(device.Record().WaitForMessages(2, kLong));
-  EXPECT_FALSE(device.Record().WaitForMessages(3, kShort));
-  EXPECT_TRUE(device.Connected());
-  device.Resume();
-  EXPECT_TRUE(device.Record().WaitForMessages(5, kLong));
-  EXPECT_TRUE(device.WaitForStreamEnd(1, kLong));
-}
-
-TEST(SimulatedDevice, AResetEndsAStalledStream) {
-  SimulatedDevice device;
-  device.Stall();
-  TestClient client(device.Port());
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  client.Reset();
-  EXPECT_TRUE(device.WaitForStreamEnd(1, kLong));
-}
-
-TEST(SimulatedDevice, CutsTheCableEitherWayAndListensAgain) {
-  SimulatedDevice device;
-  std::uint64_t stream = 0;
-  for (const CutHow how : {CutHow::kReset, CutHow::kFinish}) {
-    TestClient client(device.Port());
-    ASSERT_TRUE(device.WaitForStream(++stream, kLong));
-    device.Cut(how);
-    EXPECT_TRUE(client.ReadToEnd().empty());
-    EXPECT_EQ(client.EndError(), how == CutHow::kReset ? ECONNRESET : 0);
-    EXPECT_TRUE(device.WaitForStreamEnd(stream, kLong));
-  }
-  TestClient client(device.Port());
-  EXPECT_TRUE(device.WaitForStream(3, kLong));
-}
-
-TEST(SimulatedDevice, CutsAtAnOffsetOfAFrame) {
-  const Bytes whole = EncodeFrame(NumberedMidi(1));
-  SimulatedDevice device;
-  std::uint64_t stream = 0;
-  for (const CutHow how : {CutHow::kReset, CutHow::kFinish}) {
-    for (const std::size_t offset : {std::size_t{1}, kFrameHeaderSize, whole.size() - 1}) {
-      TestClient client(device.Port());
-      ASSERT_TRUE(device.WaitForStream(++stream, kLong));
-      ASSERT_TRUE(device.SendRaw(whole));
-      ASSERT_TRUE(device.SendAndCut(whole, offset, how));
-      device.SendRaw(whole);  // too late, whether it is taken or not
-      EXPECT_EQ(client.ReadToEnd().size(), whole.size() + offset);
-      EXPECT_EQ(client.EndError(), how == CutHow::kReset ? ECONNRESET : 0);
-      ASSERT_TRUE(device.WaitForStreamEnd(stream, kLong));
-    }
-  }
-}
-
-TEST(SimulatedDevice, CutsAfterReceivingSoManyBytes) {
-  SimulatedDevice device;
-  const Bytes frame = EncodeFrame(NumberedMidi(1));
-  device.CutAfterReceiving(frame.size() + 5, CutHow::kReset);
-  TestClient client(device.Port());
-  Bytes two = frame;
-  two.insert(two.end(), frame.begin(), frame.end());
-  ASSERT_TRUE(client.Send(two));
-  ASSERT_TRUE(device.WaitForStreamEnd(1, kLong));
-  EXPECT_EQ(device.Record().Counters().bytesReceived, frame.size() + 5);
-  EXPECT_EQ(device.Record().Counters().messagesReceived, 1u);
-  // The cable was cut here, so the half frame is nobody's mistake.
-  EXPECT_EQ(device.Record().Counters().violations, 0u);
-  // Only once.
-  TestClient next(device.Port());
-  ASSERT_TRUE(next.Send(two));
-  EXPECT_TRUE(device.Record().WaitForMessages(3, kLong));
-}
-
-TEST(SimulatedDevice, RefusesConnectionsUntilToldOtherwise) {
-  SimulatedDevice device;
-  TestClient before(device.Port());
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  device.RefuseConnections();
-  EXPECT_EQ(TestClient(device.Port()).ConnectError(), ECONNREFUSED);
-  EXPECT_EQ(TestClient(device.Port()).ConnectError(), ECONNREFUSED);
-  ASSERT_TRUE(before.SendPacket(NumberedMidi(1)));
-  EXPECT_TRUE(device.Record().WaitForMessages(1, kLong)) << "the open stream stays open";
-  device.AcceptConnections();
-  before.Close();
-  TestClient after(device.Port());
-  EXPECT_EQ(after.ConnectError(), 0);
-  EXPECT_TRUE(device.WaitForStream(2, kLong));
-}
-
-TEST(SimulatedDevice, ServesOneStreamAtATime) {
-  SimulatedDevice device;
-  TestClient first(device.Port());
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  TestClient second(device.Port());
-  ASSERT_TRUE(second.SendPacket(NumberedMidi(2)));
-  EXPECT_FALSE(device.WaitForStream(2, kShort));
-  ASSERT_TRUE(first.SendPacket(NumberedMidi(1)));
-  ASSERT_TRUE(device.Record().WaitForMessages(1, kLong));
-  first.Close();
-  ASSERT_TRUE(device.Record().WaitForMessages(2, kLong));
-  const auto messages = device.Record().AllMessages();
-  EXPECT_THAT(TimesOf(messages), ElementsAre(1, 2));
-  EXPECT_EQ(messages[1].stream, 2u);
-}
-
-TEST(SimulatedDevice, CountsWhatAnEndedStreamDidNotTake) {
-  SimulatedDevice device;
-  TestClient client(device.Port(), 4096);
-  ASSERT_TRUE(device.WaitForStream(1, kLong));
-  const Bytes much(32 << 20, 1);
-  ASSERT_TRUE(device.SendRaw(much));
-  EXPECT_FALSE(device.WaitUntilSent(kShort));
-  EXPECT_GT(device.Queued(), 0u);
-  client.Reset();
-  ASSERT_TRUE(device.WaitForStreamEnd(1, kLong));
-  EXPECT_FALSE(device.WaitUntilSent(kShort));
-  EXPECT_EQ(device.Queued(), 0u);
-  const DeviceCounters counters = device.Record().Counters();
-  EXPECT_GT(counters.bytesDropped, 0u);
-  EXPECT_EQ(counters.bytesSent + counters.bytesDropped, much.size());
-}
-
-TEST(SimulatedDevice, EndsWithABlockedStreamOpen) {
-  TestClient* client = nullptr;
-  {
-    SimulatedDevice device;
-    client = new TestClient(device.Port(), 4096);
-    ASSERT_TRUE(device.WaitForStream(1, kLong));
-    ASSERT_TRUE(device.SendRaw(Bytes(32 << 20, 1)));
-    ASSERT_GT(device.Queued(), 0u);
-  }
-  EXPECT_LT(client->ReadToEnd().size(), std::size_t{32 << 20});
-  EXPECT_NE(client->EndError(), EAGAIN);
-  delete client;
 }
 
 TEST(SimulatedDevice, TakesTheGivenPortOrSaysWhyNot) {

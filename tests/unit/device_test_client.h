@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "device/device_record.h"
 #include "device/frame.h"
 
 namespace corvalint::device {
@@ -20,6 +21,20 @@ namespace corvalint::device {
 inline constexpr std::chrono::milliseconds kLong{20000};
 // For things that must not happen.
 inline constexpr std::chrono::milliseconds kShort{50};
+
+// A small "/midi" whose data is its number.
+inline Bytes NumberedMidi(std::int32_t number) {
+  return EncodeMidi("Keys", 7, number, {0x90, static_cast<std::uint8_t>(number & 0x7F), 1});
+}
+
+// The time stamps of "/midi" messages.
+inline std::vector<std::int64_t> TimesOf(const std::vector<ReceivedMessage>& messages) {
+  std::vector<std::int64_t> times;
+  for (const ReceivedMessage& received : messages) {
+    times.push_back(received.message.Argument<std::int64_t>(2));
+  }
+  return times;
+}
 
 // A plain TCP client, which stands for the bridge. Its reads time out after kLong.
 class TestClient {
