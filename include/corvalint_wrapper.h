@@ -18,8 +18,9 @@
  *             called before it and then finds nothing: counts of 0, every id unknown. After the
  *             start the counts stay 0 until the first scan of this machine's MIDI devices has
  *             finished, some milliseconds later. The lists are scanned again every five seconds.
- * Waiting.    The asking functions may wait a moment for a scan that is under way. The two that
- *             switch open and close a MIDI device, which takes as long as its driver takes.
+ * Waiting.    The asking functions do not wait. The two that switch wait for a scan that is under
+ *             way, and open or close a MIDI device, which takes as long as its driver takes: call
+ *             them where a second does not matter.
  * Identity.   An endpoint has an id, which stays the same while the device is present. A device
  *             that was unplugged and returns has a new id, and ids mean nothing in another run.
  *             Position is the place in the list, counted from 0, and shifts when a device before

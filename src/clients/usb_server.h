@@ -51,7 +51,7 @@ class UsbServer {
   void NotifyOtherManagers(std::string name, std::int32_t id, const DeviceClient& origin);
 
   // Whether any device's manager publishes an endpoint of that name on the desktop, also under the
-  // name that the desktop shows for it. Must not be called while holding `clientLock`.
+  // name that the desktop shows for it.
   virtual bool AnyManagerOwns(std::string endpointName) = 0;
 
   // Brackets a walk over the desktop's devices: a published port that goes away meanwhile is still

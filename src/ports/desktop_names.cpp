@@ -2,22 +2,39 @@
 
 namespace corvalint {
 
+namespace {
+
+constexpr char kCutMark = '\n';  // stands in no device's name
+
+std::string CutKey(const std::string& name) {
+  return name.substr(0, kLongestDesktopName - 1) + kCutMark;
+}
+
+}  // namespace
+
+std::string DesktopNames::KeyOf(const std::string& name) {
+  return name.size() > kLongestDesktopName ? CutKey(name) : name;
+}
+
 void DesktopNames::Add(const std::string& name) {
   CriticalSectionScope hold(lock);
-  ++present[name];
+  ++present[KeyOf(name)];
 }
 
 void DesktopNames::Remove(const std::string& name) {
   CriticalSectionScope hold(lock);
-  const auto entry = present.find(name);
+  const auto entry = present.find(KeyOf(name));
   if (entry == present.end() || --entry->second > 0) return;
-  if (scans > 0) leftDuringScan.insert(name);
+  if (scans > 0) leftDuringScan.insert(entry->first);
   present.erase(entry);
 }
 
 bool DesktopNames::Contains(const std::string& name) const {
   CriticalSectionScope hold(lock);
-  return present.count(name) != 0 || leftDuringScan.count(name) != 0;
+  for (const std::string& key : {name, CutKey(name)}) {
+    if (present.count(key) != 0 || leftDuringScan.count(key) != 0) return true;
+  }
+  return false;
 }
 
 void DesktopNames::BeginScan() {

@@ -8,12 +8,17 @@
 
 namespace corvalint {
 
+// The longest name of a device that winmm's ANSI calls give whole.
+inline constexpr std::size_t kLongestDesktopName = 31;
+
 // The names under which this library's own ports stand on the desktop at the moment, from before
 // the driver makes a port until after it has closed it. The scan of the desktop's devices asks it,
 // so that the library never lists its own port, not even one that is on its way in or out. Any
 // thread; its lock is a leaf.
 class DesktopNames {
  public:
+  // Names are in the system's code page, in which a name of 31 units can grow over what winmm
+  // gives; such a one is told by its first 30 bytes.
   void Add(const std::string& name) CORVALINT_EXCLUDES(lock);
   // Forgets one port of that name; while a scan runs, only when the scan has ended.
   void Remove(const std::string& name) CORVALINT_EXCLUDES(lock);
@@ -25,8 +30,10 @@ class DesktopNames {
   void EndScan() CORVALINT_EXCLUDES(lock);
 
  private:
+  static std::string KeyOf(const std::string& name);
+
   mutable CriticalSection lock;
-  std::map<std::string, int> present CORVALINT_GUARDED_BY(lock);  // ports of each name
+  std::map<std::string, int> present CORVALINT_GUARDED_BY(lock);  // ports of each key
   std::set<std::string> leftDuringScan CORVALINT_GUARDED_BY(lock);
   int scans CORVALINT_GUARDED_BY(lock) = 0;
 };

@@ -95,8 +95,7 @@ ExternalMidiManager::PortPointer ExternalMidiManager::TakeOff(EndpointKind kind,
 }
 
 // The message goes out while the source is still there and `midiLock` is held, so `clientLock` must
-// be entered first. Printing waits until both are left, and so does the closing of the port, which
-// waits for a driver callback that may want them.
+// be entered first.
 void ExternalMidiManager::RemoveRemoteSource(std::string name, std::uint32_t id) {
   PortPointer emptied;
   std::exception_ptr failure;
@@ -105,46 +104,56 @@ void ExternalMidiManager::RemoveRemoteSource(std::string name, std::uint32_t id)
     CriticalSectionScope hold(midiLock);
     const PortPointer port = PortWithId(EndpointKind::source, id);
     if (port == nullptr) return;
-    try {
-      server.Announce(Announcement::removeRemoteSource, name, static_cast<std::int32_t>(id),
-                      deviceKey);
-    } catch (...) {
-      failure = std::current_exception();
-    }
+    failure = AnnounceRemoval(Announcement::removeRemoteSource, name, id);
     emptied = TakeOff(EndpointKind::source, port);
   }
-  if (failure == nullptr) {
-    PrintAnnounced(Announcement::removeRemoteSource, name, static_cast<std::int32_t>(id));
-  }
-  if (emptied != nullptr) emptied->Close();
-  if (failure != nullptr) std::rethrow_exception(failure);
+  FinishRemoval(Announcement::removeRemoteSource, name, id, emptied, failure);
 }
 
-// Unlike a source, a destination is announced as removed with the lock released, on purpose; the
-// port that was found before is then changed without a second search. It is looked at again all the
-// same: a second stream of the same device may have removed the record meanwhile.
+// Unlike for a source, `midiLock` is released while the message goes out, on purpose, and the port
+// that was found before is then changed without a second search. It is looked at again all the
+// same: a second stream of the same device may have removed the record meanwhile. `clientLock` is
+// kept over both, so that a device that connects in between is not told of the destination after
+// its end.
 void ExternalMidiManager::RemoveRemoteDestination(std::string name, std::uint32_t id) {
-  PortPointer port;
-  std::shared_ptr<VirtualMidiEndpointRecord> record;
-  {
-    CriticalSectionScope hold(midiLock);
-    port = PortWithId(EndpointKind::destination, id);
-    if (port == nullptr) return;
-    record = port->Record(EndpointKind::destination);
-  }
-  std::exception_ptr failure;
-  try {
-    server.SendRemoveRemoteDestination(std::move(name), static_cast<std::int32_t>(id), deviceKey);
-  } catch (...) {
-    failure = std::current_exception();
-  }
   PortPointer emptied;
+  std::exception_ptr failure;
   {
+    CriticalSectionScope holdClients(server.clientLock);
+    PortPointer port;
+    std::shared_ptr<VirtualMidiEndpointRecord> record;
+    {
+      CriticalSectionScope hold(midiLock);
+      port = PortWithId(EndpointKind::destination, id);
+      if (port == nullptr) return;
+      record = port->Record(EndpointKind::destination);
+    }
+    failure = AnnounceRemoval(Announcement::removeRemoteDestination, name, id);
     CriticalSectionScope hold(midiLock);
     if (port->Record(EndpointKind::destination) == record) {
       emptied = TakeOff(EndpointKind::destination, port);
     }
   }
+  FinishRemoval(Announcement::removeRemoteDestination, name, id, emptied, failure);
+}
+
+// A removal goes on when its message cannot be built; the failure is passed on afterwards.
+std::exception_ptr ExternalMidiManager::AnnounceRemoval(Announcement what, const std::string& name,
+                                                        std::uint32_t id) {
+  try {
+    server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
+    return nullptr;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+// Printing and closing wait until all locks are left: the closing waits for a driver callback that
+// may want them.
+void ExternalMidiManager::FinishRemoval(Announcement what, const std::string& name,
+                                        std::uint32_t id, const PortPointer& emptied,
+                                        const std::exception_ptr& failure) {
+  if (failure == nullptr) PrintAnnounced(what, name, static_cast<std::int32_t>(id));
   if (emptied != nullptr) emptied->Close();
   if (failure != nullptr) std::rethrow_exception(failure);
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -63,6 +64,9 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
   bool AttachToExistingPort(EndpointKind kind, const std::string& name, std::uint32_t id)
       CORVALINT_REQUIRES(midiLock);
   PortPointer PortWithId(EndpointKind kind, std::uint32_t id) CORVALINT_REQUIRES(midiLock);
+  std::exception_ptr AnnounceRemoval(Announcement what, const std::string& name, std::uint32_t id);
+  static void FinishRemoval(Announcement what, const std::string& name, std::uint32_t id,
+                            const PortPointer& emptied, const std::exception_ptr& failure);
   PortPointer TakeOff(EndpointKind kind, const PortPointer& port) CORVALINT_REQUIRES(midiLock);
 
   UsbServer& server;

@@ -12,7 +12,7 @@ namespace corvalint {
 
 namespace {
 
-constexpr std::size_t kLongestPublishedName = 31;
+constexpr std::size_t kLongestPublishedName = 31;  // in bytes as the device gives them
 constexpr std::uint32_t kMaximumSysex = 65535;
 
 // The ports that the driver may still call back for, by the number that it was given for each.
@@ -58,9 +58,9 @@ std::u16string Widen(const std::string& bytes) {
   return wide;
 }
 
-// The published name as winmm's ANSI calls return it: in the system's code page, 31 bytes at most.
+// The published name in the system's code page, as winmm's ANSI calls return it.
 std::string NameOnDesktop(const std::string& publishedName) {
-  return Use<ProcessApi>().ansiFromLatin1(publishedName).substr(0, kLongestPublishedName);
+  return Use<ProcessApi>().ansiFromLatin1(publishedName);
 }
 
 }  // namespace

@@ -25,12 +25,17 @@ void CThread::Stop() { running = false; }
 
 void CThread::Start() {
   if (running.exchange(true)) return;
+  if (!MakeThread()) LogError("thread could not be started");
+}
+
+bool CThread::MakeThread() {
   CriticalSectionScope gate(StartGate());
   std::uint32_t id = 0;
   const ThreadHandle handle = Use<ThreadApi>().create(ThreadProc, this, &id);
-  if (handle == nullptr) return;
+  if (handle == nullptr) return false;
   threadHandle = handle;
   threadId = id;
+  return true;
 }
 
 CThread::~CThread() {

@@ -37,6 +37,9 @@ class CThread {
   std::atomic<ThreadHandle> threadHandle{nullptr};
   std::atomic<std::uint32_t> threadId{0};
   std::atomic<bool> running{false};
+
+ private:
+  bool MakeThread();
 };
 
 // The procedure of every CThread; `parameter` is the object. Returns 0.

@@ -58,20 +58,23 @@ bool OverLimit(std::int32_t byteCount) {
   return limit >= 1 && byteCount > std::int64_t{limit} * 1024;
 }
 
+// A file over the limit counts as very large: its size may be more than a position can tell.
 std::int32_t FileSize(const char* path) {
-  std::FILE* file = Use<ProcessApi>().openFile(path, "rb");
+  std::FILE* file = Use<ProcessApi>().openFile(path, "r");
   if (file == nullptr) return 0;
+  const std::int32_t limit = sizeLimit;
+  const bool overLimit =
+      limit >= 1 && std::fseek(file, long{limit} * 1024, SEEK_SET) == 0 && std::fgetc(file) != EOF;
   std::fseek(file, 0, SEEK_END);
   const long size = std::ftell(file);
   std::fclose(file);
-  // A position that cannot be told belongs to a file of more than 2 GiB: surely over the limit.
-  return size < 0 || size > INT32_MAX ? INT32_MAX : static_cast<std::int32_t>(size);
+  return overLimit || size < 0 || size > INT32_MAX ? INT32_MAX : static_cast<std::int32_t>(size);
 }
 
 void CopyFile(const std::string& source, const std::string& target) {
-  std::FILE* from = Use<ProcessApi>().openFile(source.c_str(), "rb");
+  std::FILE* from = Use<ProcessApi>().openFile(source.c_str(), "r");
   if (from == nullptr) return;
-  std::FILE* to = Use<ProcessApi>().openFile(target.c_str(), "wb");
+  std::FILE* to = Use<ProcessApi>().openFile(target.c_str(), "w");
   if (to != nullptr) {
     char chunk[kCopyChunk];
     std::size_t count;

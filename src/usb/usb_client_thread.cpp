@@ -99,7 +99,13 @@ bool UsbClientThread::OpenPort() {
 }
 
 void UsbClientThread::AnnounceEndpoints() {
-  MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
+  AnnounceDesktop(GetMidiEndpointRegistry());
+  AnnounceOtherDevices();
+}
+
+// No toggle runs meanwhile, so an endpoint that is switched off cannot be announced after its end.
+void UsbClientThread::AnnounceDesktop(MidiEndpointRegistry& registry) {
+  CriticalSectionScope hold(registry.deviceLock);
   const auto sources = registry.Sources();
   for (auto source = sources.rbegin(); source != sources.rend(); ++source) {
     if ((*source)->IsOpen()) {
@@ -112,6 +118,9 @@ void UsbClientThread::AnnounceEndpoints() {
       AnnounceOne(Announcement::addRemoteDestination, (*it)->name, (*it)->uniqueId);
     }
   }
+}
+
+void UsbClientThread::AnnounceOtherDevices() {
   CriticalSectionScope hold(server.clientLock);
   for (DeviceClient* other : ClientWalk(server.clients)) {
     if (other == this) continue;

@@ -39,6 +39,8 @@ class UsbClientThread final : public BaseClientThread {
   void ObtainConnectionId();
   bool OpenPort();
   void AnnounceEndpoints();
+  void AnnounceDesktop(MidiEndpointRegistry& registry);
+  void AnnounceOtherDevices();
   void AnnounceOne(Announcement what, const std::string& name, std::int32_t id);
 
   const DeviceHandle device;

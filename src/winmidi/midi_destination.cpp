@@ -1,6 +1,6 @@
 #include "winmidi/midi_destination.h"
 
-#include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "platform/clock.h"
@@ -27,6 +27,18 @@ void PrintFailure(MidiResult result) {
   }
 }
 
+// Says that a message is on its way out, whatever ends it.
+class SendingScope {
+ public:
+  explicit SendingScope(std::atomic<bool>& flag) : sending(flag) { sending = true; }
+  ~SendingScope() { sending = false; }
+  SendingScope(const SendingScope&) = delete;
+  SendingScope& operator=(const SendingScope&) = delete;
+
+ private:
+  std::atomic<bool>& sending;
+};
+
 // Waits until the driver gives the block back, 21 seconds for a long block at MIDI's own speed.
 // While the device is being closed its closer resets it, and the wait ends soon. False when the
 // driver keeps the block even then.
@@ -52,9 +64,10 @@ MidiResult SendBlock(MidiDestinationEndpoint& destination)
   if (result != kMidiNoError) return result;
   if (!WaitForBlock(destination, handle, header)) {
     LogError("MIDI output keeps its data: %s", destination.name.c_str());
-    // Leaked, since the driver may still read from it.
+    // The old block is leaked, since the driver may still read from it.
+    auto fresh = std::make_unique<MidiOutputBlock>();
     static_cast<void>(destination.block.release());
-    destination.block = std::make_unique<MidiOutputBlock>();
+    destination.block = std::move(fresh);
   }
   return kMidiNoError;
 }
@@ -114,7 +127,7 @@ void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data
   MidiResult result;
   {
     CriticalSectionScope hold(destination.outputLock);
-    destination.sending = true;
+    const SendingScope sending(destination.sending);
     MidiOutputBlock& block = *destination.block;
     // The driver reads from the block's own copy, which outlives a driver that does not give it
     // back.
@@ -123,13 +136,8 @@ void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data
     block.header.data = block.data.data();
     block.header.bufferLength = length;
     result = SendBlock(destination);
-    destination.sending = false;
   }
   if (result != kMidiNoError) PrintFailure(result);
-}
-
-std::string TextOf(const char (&name)[32]) {
-  return {name, std::find(std::begin(name), std::end(name), '\0')};
 }
 
 }  // namespace corvalint

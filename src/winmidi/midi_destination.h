@@ -28,7 +28,4 @@ bool SendToMidiDestinations(MidiEndpointRegistry& registry, const std::uint8_t* 
 void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data,
                   std::uint32_t length) CORVALINT_EXCLUDES(destination.outputLock);
 
-// A device's name from its capabilities: up to the first zero byte, or all 32.
-std::string TextOf(const char (&name)[32]);
-
 }  // namespace corvalint

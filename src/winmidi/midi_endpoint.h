@@ -21,10 +21,10 @@ inline constexpr std::uint32_t kInputBufferSize = 65536;
 // One MIDI device of the desktop as the host and the devices see it. Shared by the registry's list
 // and by whoever works with it; a share outlives its place in the list.
 struct MidiEndpoint {
-  bool found = false;  // mark of the running scan; device lock
+  bool found = false;  // mark of the running scan; device lock and list lock
   std::atomic<bool> off{true};
   std::atomic<bool> available{true};  // false after a failed open
-  std::string name;                   // constant once listed; at most 31 bytes, ANSI code page
+  std::string name;                   // constant once listed; at most 32 bytes, ANSI code page
   std::atomic<std::uint32_t> deviceIndex{0};  // winmm's number at the last scan
   std::int32_t uniqueId = 0;                  // constant once listed
   // winmm's handle; null while closed. A source keeps the stale handle of a failed open, on
@@ -35,7 +35,8 @@ struct MidiEndpoint {
   MidiEndpoint(const MidiEndpoint&) = delete;
   MidiEndpoint& operator=(const MidiEndpoint&) = delete;
 
-  bool IsOpen() const { return !off && handle != nullptr; }
+  // On, with its device open. While an open is being tried again, a stale handle does not count.
+  bool IsOpen() const { return !off && available && handle != nullptr; }
 };
 
 // The four buffers that a source queues at its driver, which owns them while they are queued.
@@ -49,7 +50,8 @@ struct MidiSourceEndpoint : MidiEndpoint {
   explicit MidiSourceEndpoint(MidiEndpointRegistry& owner)
       : buffers(std::make_unique<MidiInputBuffers>()), registry(owner) {}
 
-  std::unique_ptr<MidiInputBuffers> buffers;  // device lock; the callback, while the device is open
+  // Replaced under the device lock and the registry's lock, one of which its users hold.
+  std::unique_ptr<MidiInputBuffers> buffers;
   MidiEndpointRegistry& registry;
   // Set before the device is stopped, so that the callback queues no buffer again. Written under
   // the registry's lock, which the callback holds while it queues.
@@ -58,6 +60,9 @@ struct MidiSourceEndpoint : MidiEndpoint {
 
 // A block of bytes that the driver reads from until it gives the header back.
 struct MidiOutputBlock {
+  // An empty message needs an address too.
+  MidiOutputBlock() { data.reserve(1); }
+
   MidiHeader header{};
   std::vector<char> data;
 };
@@ -71,5 +76,8 @@ struct MidiDestinationEndpoint : MidiEndpoint {
   std::atomic<bool> sending{false};
   std::atomic<bool> closing{false};
 };
+
+// A device's name from its capabilities: up to the first zero byte, or all 32.
+std::string TextOf(const char (&name)[32]);
 
 }  // namespace corvalint

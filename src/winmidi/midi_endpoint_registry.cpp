@@ -111,7 +111,7 @@ void MidiEndpointRegistry::ToggleSource(std::int32_t id) {
   if (source->off) {
     CloseMidiSource(*this, source, true);
   } else if (SourceIsWhereItWas(*source, inputsAtScan)) {
-    OpenMidiSource(*this, *source);
+    OpenMidiSource(*this, source);
   } else {
     MarkUnavailable(*source);
   }

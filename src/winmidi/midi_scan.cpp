@@ -1,12 +1,13 @@
 #include "winmidi/midi_scan.h"
 
-#include <algorithm>
+#include <exception>
 #include <string>
 #include <vector>
 
 #include "clients/usb_server.h"
 #include "service/console.h"
 #include "service/host_time.h"
+#include "service/log.h"
 #include "winmidi/midi_destination.h"
 #include "winmidi/midi_source.h"
 
@@ -137,20 +138,29 @@ List TakeVanished(List& list) {
   return vanished;
 }
 
+// What goes wrong with one vanished device is no reason to leave the next one open.
 void DropDestination(MidiDestinationEndpoint& destination, UsbServer& server) {
-  CloseMidiDestination(destination);
-  ConsolePrint("sending remove_remote_destination with unique_id: %d || %s\n", destination.uniqueId,
-               destination.name.c_str());
-  // Straight to the devices, not through the delegate, and also for one that never was on.
-  server.SendRemoveRemoteDestination(destination.name, destination.uniqueId, "");
+  try {
+    CloseMidiDestination(destination);
+    ConsolePrint("sending remove_remote_destination with unique_id: %d || %s\n",
+                 destination.uniqueId, destination.name.c_str());
+    // Straight to the devices, not through the delegate, and also for one that never was on.
+    server.SendRemoveRemoteDestination(destination.name, destination.uniqueId, "");
+  } catch (const std::exception& failure) {
+    LogError("vanished MIDI output: %s", failure.what());
+  }
 }
 
 void DropSource(MidiEndpointRegistry& registry, const MidiSourcePointer& source, UsbServer& server)
     CORVALINT_REQUIRES(registry.deviceLock) {
-  CloseMidiSource(registry, source, false);
-  ConsolePrint("sending remove_remote_source with unique_id: %d || %s\n", source->uniqueId,
-               source->name.c_str());
-  server.SendRemoveRemoteSource(source->name, source->uniqueId, "");
+  try {
+    CloseMidiSource(registry, source, false);
+    ConsolePrint("sending remove_remote_source with unique_id: %d || %s\n", source->uniqueId,
+                 source->name.c_str());
+    server.SendRemoveRemoteSource(source->name, source->uniqueId, "");
+  } catch (const std::exception& failure) {
+    LogError("vanished MIDI input: %s", failure.what());
+  }
 }
 
 void ClearFound(MidiEndpointRegistry& registry) CORVALINT_REQUIRES(registry.listLock) {
@@ -177,7 +187,7 @@ void ScanMidiDevices(MidiEndpointRegistry& registry) {
   std::vector<MidiSourcePointer> lostSources;
   ConsoleLines lines;
   {
-    // Names are compared while no published port can come or go.
+    // Names are compared while no device changes its published endpoints.
     CriticalSectionScope holdPorts(*midiLock);
     {
       CriticalSectionScope hold(registry.listLock);

@@ -47,15 +47,16 @@ MidiResult RetryClose(MidiInHandle handle, MidiInputBuffers& buffers, MidiResult
   return result;
 }
 
-// The driver may still write into the buffers and call back with their headers.
-void AbandonBuffers(MidiEndpointRegistry& registry, MidiSourceEndpoint& source) {
-  LogError("MIDI input could not be closed: %s", source.name.c_str());
+// The driver may still write into the buffers and call back with their headers and with the source.
+void Abandon(MidiEndpointRegistry& registry, const MidiSourcePointer& source) {
+  LogError("MIDI input could not be closed: %s", source->name.c_str());
   auto buffers = std::make_unique<MidiInputBuffers>();
   {
     CriticalSectionScope hold(registry.lock);
-    buffers.swap(source.buffers);
+    buffers.swap(source->buffers);
   }
   registry.KeepForever(std::move(buffers));
+  registry.KeepForever(source);
 }
 
 void SetClosing(MidiEndpointRegistry& registry, MidiSourceEndpoint& source, bool closing) {
@@ -65,25 +66,29 @@ void SetClosing(MidiEndpointRegistry& registry, MidiSourceEndpoint& source, bool
 
 // An open that got stuck halfway. The close comes first; only a driver that refuses it, because
 // buffers are queued already, is reset and closed again. The handle field is not cleared.
-MidiResult FailOpen(MidiEndpointRegistry& registry, MidiSourceEndpoint& source, MidiInHandle handle,
-                    MidiResult result) {
-  SetClosing(registry, source, true);
+MidiResult FailOpen(MidiEndpointRegistry& registry, const MidiSourcePointer& source,
+                    MidiInHandle handle, MidiResult result) {
+  SetClosing(registry, *source, true);
   if (Use<WinMidiApi>().midiInClose(handle) != kMidiNoError) {
-    if (RetryClose(handle, *source.buffers, ResetAndClose(handle, *source.buffers)) !=
+    if (RetryClose(handle, *source->buffers, ResetAndClose(handle, *source->buffers)) !=
         kMidiNoError) {
-      AbandonBuffers(registry, source);
+      Abandon(registry, source);
     }
   }
-  source.off = true;
-  source.available = false;
+  source->off = true;
+  source->available = false;
   return result;
 }
 
-void HandOn(MidiSourceEndpoint& source, const std::uint8_t* data, std::int32_t length) {
+// A failure ends here: winmm's frames further up know no exceptions, and a buffer whose bytes could
+// not be handed on is queued again all the same.
+void HandOn(MidiSourceEndpoint& source, const std::uint8_t* data, std::int32_t length) try {
   MidiDelegate* const receiver = source.registry.delegate;
   if (receiver == nullptr) return;
   receiver->MidiReceived(data, length, source.name, source.uniqueId,
                          static_cast<std::uint64_t>(HostTimeNanoseconds()));
+} catch (const std::exception& failure) {
+  LogError("MIDI input dropped: %s", failure.what());
 }
 
 void ShortMessageReceived(MidiSourceEndpoint& source, std::uintptr_t packed) {
@@ -114,35 +119,27 @@ void BufferReturned(MidiInHandle handle, MidiSourceEndpoint& source, const MidiH
 
 }  // namespace
 
-MidiInputBuffers::MidiInputBuffers() : data(kInputBufferCount * kInputBufferSize) {
-  for (std::size_t number = 0; number < kInputBufferCount; ++number) {
-    headers[number].data = data.data() + number * kInputBufferSize;
-    headers[number].bufferLength = kInputBufferSize;
-    headers[number].user = number;
-  }
-}
-
-MidiResult OpenMidiSource(MidiEndpointRegistry& registry, MidiSourceEndpoint& source) {
+MidiResult OpenMidiSource(MidiEndpointRegistry& registry, const MidiSourcePointer& source) {
   const WinMidiApi& winmm = Use<WinMidiApi>();
-  SetClosing(registry, source, false);
+  SetClosing(registry, *source, false);
   MidiInHandle handle = nullptr;
   MidiResult result = winmm.midiInOpen(
-      &handle, source.deviceIndex, reinterpret_cast<std::uintptr_t>(&MidiInputCallback),
-      reinterpret_cast<std::uintptr_t>(&source), kMidiCallbackFunction);
+      &handle, source->deviceIndex, reinterpret_cast<std::uintptr_t>(&MidiInputCallback),
+      reinterpret_cast<std::uintptr_t>(source.get()), kMidiCallbackFunction);
   if (result != kMidiNoError) {
-    source.off = true;
-    source.available = false;
+    source->off = true;
+    source->available = false;
     return result;
   }
-  source.handle = handle;
-  source.off = false;
-  source.available = true;
-  result = QueueBuffers(handle, *source.buffers);
+  source->handle = handle;
+  source->off = false;
+  source->available = true;
+  result = QueueBuffers(handle, *source->buffers);
   if (result == kMidiNoError) result = winmm.midiInStart(handle);
   if (result != kMidiNoError) return FailOpen(registry, source, handle, result);
 
-  ConsolePrint("source added %s\n", source.name.c_str());
-  if (MidiDelegate* receiver = registry.delegate) receiver->SourceAdded(source);
+  ConsolePrint("source added %s\n", source->name.c_str());
+  if (MidiDelegate* receiver = registry.delegate) receiver->SourceAdded(*source);
   return kMidiNoError;
 }
 
@@ -153,10 +150,7 @@ void CloseMidiSource(MidiEndpointRegistry& registry, const MidiSourcePointer& so
   Use<WinMidiApi>().midiInStop(handle);
   const MidiResult result =
       RetryClose(handle, *source->buffers, ResetAndClose(handle, *source->buffers));
-  if (result != kMidiNoError) {
-    registry.KeepForever(source);
-    AbandonBuffers(registry, *source);
-  }
+  if (result != kMidiNoError) Abandon(registry, source);
   source->handle = nullptr;
   source->off = true;
   MidiDelegate* const receiver = registry.delegate;
@@ -180,7 +174,7 @@ std::int32_t ShortMessageLength(std::uint8_t status) {
 }
 
 void MidiInputCallback(MidiInHandle handle, std::uint32_t message, std::uintptr_t instance,
-                       std::uintptr_t parameter1, std::uintptr_t /*parameter2*/) try {
+                       std::uintptr_t parameter1, std::uintptr_t /*parameter2*/) {
   auto& source = *reinterpret_cast<MidiSourceEndpoint*>(instance);
   switch (message) {
     case kMidiInData:
@@ -193,9 +187,6 @@ void MidiInputCallback(MidiInHandle handle, std::uint32_t message, std::uintptr_
     default:
       break;
   }
-} catch (const std::exception& failure) {
-  // winmm's frames above this one know no exceptions.
-  LogError("MIDI input dropped: %s", failure.what());
 }
 
 }  // namespace corvalint

@@ -9,7 +9,7 @@ namespace corvalint {
 
 // Opens a source's device, queues its four buffers and starts it; then prints and announces it. On
 // failure the source is off and unavailable. Returns winmm's code, 0 on success. Device lock held.
-MidiResult OpenMidiSource(MidiEndpointRegistry& registry, MidiSourceEndpoint& source)
+MidiResult OpenMidiSource(MidiEndpointRegistry& registry, const MidiSourcePointer& source)
     CORVALINT_REQUIRES(registry.deviceLock);
 
 // Closes a source that has a handle and is available, and announces it as removed if `notify`.
