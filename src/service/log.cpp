@@ -126,6 +126,19 @@ void Append(char* line, const char* format, ...) {
   va_end(arguments);
 }
 
+// A conversion that the template's end went through is no format: it goes as a whole.
+void DropCutConversion(char* line) {
+  if (std::strlen(line) + 1 < kTemplateSize) return;
+  for (char* at = line; (at = std::strchr(at, '%')) != nullptr; ++at) {
+    char* const conversion = at;
+    at += 1 + std::strspn(at + 1, "-+ #0123456789.*hlLjztI");
+    if (*at == '\0') {
+      *conversion = '\0';
+      return;
+    }
+  }
+}
+
 // The line's own format: the caller's format becomes a part of it and is expanded by the write.
 // Callers' formats are short literals, never data.
 void FillTemplate(char* line, int level, const char* format) {
@@ -134,6 +147,7 @@ void FillTemplate(char* line, int level, const char* format) {
          now.second);
   Append(line, "[%u]", Use<ThreadApi>().currentId());
   Append(line, " %s %s\n", LevelName(level), format);
+  DropCutConversion(line);
 }
 
 void WriteLine(Log& log, int level, const char* format, va_list arguments)
