@@ -29,7 +29,7 @@ class MidiScan : public MidiDesk {
 TEST_F(MidiScan, ListsNewDevicesInOrderWithIdsFromTheClockAndTheirNumbers) {
   winmm.SetOutputs({"Synth", "Drums"});
   winmm.SetInputs({"Keys", "Pads"});
-  DeskClock::SetTicks(50);  // 5000 ns, and 1000 more with each read
+  clock.SetTicks(50);  // 5000 ns, and 1000 more with each read
   Scan();
   EXPECT_EQ(Printed(),
             "?Synth ?Drums ?Keys ?Pads "
@@ -75,7 +75,7 @@ TEST_F(MidiScan, NewEndpointsAreOffAvailableClosedAndNotAnnounced) {
 TEST_F(MidiScan, IdsAreTakenFromTheWrappedProductOfTheCounter) {
   winmm.SetOutputs({"Synth"});
   winmm.SetInputs({"Keys"});
-  DeskClock::SetTicks(10'000'000'000);
+  clock.SetTicks(10'000'000'000);
   Scan();
   Forget();
   // -844674407370 and, 1000 ns later, -844674406370
@@ -142,7 +142,7 @@ TEST_F(MidiScan, SkipsThePortsThatTheLibraryPublishesItself) {
   server.published = {"iPad"};
   winmm.SetOutputs({"iPad", "Synth"});
   winmm.SetInputs({"iPad"});
-  DeskClock::SetTicks(50);
+  clock.SetTicks(50);
   Scan();
   EXPECT_EQ(Printed(),
             "?iPad ?Synth ?iPad is virtual destination: iPad\n"

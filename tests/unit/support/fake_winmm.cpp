@@ -354,15 +354,12 @@ void FakeWinmm::HoldBlocks(const std::string& output, bool ignoreReset) {
   if (ignoreReset) deafToReset.insert(output);
 }
 
-std::vector<FakeWinmm::Bytes> FakeWinmm::FinishBlocks(const std::string& output) {
+std::vector<FakeWinmm::Bytes> FakeWinmm::HeldBlocks(const std::string& output) const {
   const std::lock_guard hold(mutex);
   std::vector<Bytes> blocks;
   for (const auto& device : devices) {
     if (device->input || device->name != output) continue;
-    for (MidiHeader* header : std::exchange(device->queue, {})) {
-      blocks.push_back(BytesOf(*header));
-      GiveBack(*header, 0);
-    }
+    for (const MidiHeader* header : device->queue) blocks.push_back(BytesOf(*header));
   }
   return blocks;
 }

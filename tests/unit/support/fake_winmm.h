@@ -68,10 +68,10 @@ class FakeWinmm {
   // --- the desktop listens
   // Every block that was sent, in order.
   std::vector<Bytes> Sent(const std::string& output) const;
-  // From now on the driver keeps every block until FinishBlocks, or a reset unless `ignoreReset`.
+  // From now on the driver keeps every block until a reset, or for ever with `ignoreReset`.
   void HoldBlocks(const std::string& output, bool ignoreReset = false);
-  // Gives the blocks back that are held now. Bytes read from them at this moment.
-  std::vector<Bytes> FinishBlocks(const std::string& output);
+  // The blocks that are held, read at this moment.
+  std::vector<Bytes> HeldBlocks(const std::string& output) const;
 
   // Names of the devices whose handles are open, inputs first.
   std::vector<std::string> OpenDevices() const;

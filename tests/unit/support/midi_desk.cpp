@@ -2,35 +2,15 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <thread>
 #include <utility>
 
 #include "service/console.h"
-#include "service/log.h"
 #include "winmidi/midi_destination.h"
 #include "winmidi/midi_source.h"
 
 namespace corvalint::test {
 
 namespace {
-
-constexpr std::int64_t kTicksPerRead = 10;
-
-std::atomic<std::int64_t> nextTicks{0};
-std::mutex sleepsMutex;
-std::vector<std::uint32_t> sleeps;
-
-std::int64_t Counter() { return nextTicks.fetch_add(kTicksPerRead); }
-
-void Sleep(std::uint32_t milliseconds) {
-  {
-    const std::lock_guard hold(sleepsMutex);
-    sleeps.push_back(milliseconds);
-  }
-  std::this_thread::yield();
-}
 
 std::string Hex(const void* data, std::size_t count) {
   std::string text;
@@ -63,29 +43,6 @@ bool Latch::Wait() {
   const bool opened = changed.wait_for(hold, std::chrono::seconds(30), [this] { return open; });
   EXPECT_TRUE(opened) << "nobody opened the latch";
   return opened;
-}
-
-// --- clock
-
-DeskClock::DeskClock() {
-  static constexpr ClockApi kApi{
-      .counter = Counter,
-      .frequency = [] { return std::int64_t{10'000'000}; },
-      .sleep = Sleep,
-      .localTime = [] { return LocalTime{2026, 1, 2, 3, 4, 5}; },
-  };
-  SetTicks(0);
-  TakeSleeps();
-  Install<ClockApi>(&kApi);
-}
-
-DeskClock::~DeskClock() { Install<ClockApi>(nullptr); }
-
-void DeskClock::SetTicks(std::int64_t ticks) { nextTicks = ticks; }
-
-std::vector<std::uint32_t> DeskClock::TakeSleeps() {
-  const std::lock_guard hold(sleepsMutex);
-  return std::exchange(sleeps, {});
 }
 
 // --- delegate
@@ -160,15 +117,7 @@ void DeskServer::ExpectNoLockHeld() {
 
 MidiDesk::MidiDesk() {
   registry.delegate = &delegate;
-  ::testing::internal::CaptureStdout();
-}
-
-MidiDesk::~MidiDesk() { ::testing::internal::GetCapturedStdout(); }
-
-std::string MidiDesk::Printed() {
-  std::string text = ::testing::internal::GetCapturedStdout();
-  ::testing::internal::CaptureStdout();
-  return text;
+  clock.StepPerRead(10);
 }
 
 MidiSourcePointer MidiDesk::AddSource(const std::string& name, std::uint32_t number,
@@ -195,7 +144,7 @@ MidiDestinationPointer MidiDesk::AddDestination(const std::string& name, std::ui
 
 MidiResult MidiDesk::Open(const MidiSourcePointer& source) {
   CriticalSectionScope hold(registry.deviceLock);
-  return OpenMidiSource(registry, *source);
+  return OpenMidiSource(registry, source);
 }
 
 MidiResult MidiDesk::Open(const MidiDestinationPointer& destination) {
@@ -211,29 +160,6 @@ void MidiDesk::Close(const MidiSourcePointer& source, bool notify) {
 void MidiDesk::Forget() {
   winmm.TakeCalls();
   Printed();
-}
-
-// --- log
-
-DeskLog::DeskLog()
-    : path(::testing::TempDir() + ::testing::UnitTest::GetInstance()->current_test_info()->name() +
-           std::to_string(reinterpret_cast<std::uintptr_t>(this)) + ".log") {
-  LogResetForTest();
-  LogInit(path.c_str());
-}
-
-DeskLog::~DeskLog() {
-  LogResetForTest();
-  std::filesystem::remove(path);
-}
-
-std::vector<std::string> DeskLog::Lines() const {
-  std::ifstream file(path);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) {
-    lines.push_back(line.substr(line.find("] ") + 2));
-  }
-  return lines;
 }
 
 }  // namespace corvalint::test

@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "clients/usb_server.h"
-#include "platform/clock.h"
+#include "support/console_capture.h"
+#include "support/fake_clock.h"
 #include "support/fake_winmm.h"
 #include "support/recording_client.h"
 #include "winmidi/midi_endpoint_registry.h"
@@ -29,21 +30,6 @@ class Latch {
   std::mutex mutex;
   std::condition_variable changed;
   bool open = false;
-};
-
-// The clock of these tests, installed for as long as it lives: each read moves it on by 1000 ns, a
-// sleep is noted and takes no time.
-class DeskClock {
- public:
-  DeskClock();
-  ~DeskClock();
-  DeskClock(const DeskClock&) = delete;
-  DeskClock& operator=(const DeskClock&) = delete;
-
-  // What the next read of the counter gives, in ticks of 100 ns.
-  static void SetTicks(std::int64_t ticks);
-  // The sleeps since the last time, in milliseconds.
-  static std::vector<std::uint32_t> TakeSleeps();
 };
 
 // Notes what reaches a delegate, and prints it to standard output between angle brackets, where it
@@ -90,14 +76,13 @@ class DeskServer final : public UsbServer {
 };
 
 // A desk with a scripted winmm, one connected device and a registry of its own. Standard output is
-// captured.
+// captured, and each read of the clock moves it on by 1000 ns.
 class MidiDesk : public ::testing::Test {
  protected:
   MidiDesk();
-  ~MidiDesk() override;
 
   // What was printed since the last time.
-  static std::string Printed();
+  std::string Printed() { return console.Take(); }
 
   // Lists an endpoint as a scan would, with the number and id given, and plugs nothing in.
   MidiSourcePointer AddSource(const std::string& name, std::uint32_t number, std::int32_t id);
@@ -109,26 +94,12 @@ class MidiDesk : public ::testing::Test {
   // Forgets the winmm calls and the prints so far.
   void Forget();
 
+  ConsoleCapture console;
   FakeWinmm winmm;
-  DeskClock clock;
+  FakeClock clock;
   DeskServer server;
   RecordingDelegate delegate;
   MidiEndpointRegistry registry;
-};
-
-// The log for as long as it lives, in a file of its own.
-class DeskLog {
- public:
-  DeskLog();
-  ~DeskLog();
-  DeskLog(const DeskLog&) = delete;
-  DeskLog& operator=(const DeskLog&) = delete;
-
-  // Level and text of every line, without time and thread.
-  std::vector<std::string> Lines() const;
-
- private:
-  std::string path;
 };
 
 }  // namespace corvalint::test
