@@ -1,0 +1,382 @@
+#include "protocol/base_client_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ports/desktop_names.h"
+#include "support/console_capture.h"
+#include "support/fake_clock.h"
+#include "support/log_capture.h"
+#include "support/osc_bytes.h"
+#include "support/scripted_sockets.h"
+#include "support/test_client.h"
+#include "support/test_server.h"
+
+namespace corvalint {
+namespace {
+
+using namespace test;
+
+using Lines = std::vector<std::string>;
+using Sleeps = std::vector<std::uint32_t>;
+
+// A client that opens nothing, as the base has it.
+class PlainClient final : public BaseClientThread {
+ public:
+  using BaseClientThread::BaseClientThread;
+  ~PlainClient() override = default;
+  std::uint32_t RunUntilStopped() {
+    running = true;
+    return Run();
+  }
+  using BaseClientThread::Connect;
+  using BaseClientThread::Finalize;
+  using BaseClientThread::PerformDisconnect;
+};
+
+// The run of a client on the test's own thread: what the device sends is there before it begins.
+class BaseClientThreadTest : public testing::Test {
+ protected:
+  BaseClientThreadTest() {
+    client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
+      addresses.push_back(address);
+    };
+  }
+
+  // Sends the bytes on one connection and runs until that has ended.
+  void RunOver(const std::string& bytes) {
+    const auto peer = client.Prepare();
+    peer->Send(bytes);
+    peer->EndSending();
+    client.RunToTheEnd();
+  }
+
+  static std::string MessageFrame(const std::string& address) {
+    return FrameOf(OscMessage(address, "", ""));
+  }
+
+  FakeClock clock;
+  LogCapture log;
+  ConsoleCapture console;
+  ScriptedSockets sockets;
+  TestServer server;
+  DesktopNames names;
+  ExternalMidiManager manager{server, server.Lock(), names};
+  TestClient client{server, manager};
+  Lines addresses;
+};
+
+const char kEnd[] = "Server disconnected: 0\nFinished\n";
+
+TEST_F(BaseClientThreadTest, FramesAreReadOneAfterTheOther) {
+  RunOver(MessageFrame("/a") + MessageFrame("/b") + MessageFrame("/longer/address"));
+  EXPECT_EQ(addresses, (Lines{"/a", "/b", "/longer/address"}));
+  EXPECT_EQ(console.Take(), kEnd);
+}
+
+TEST_F(BaseClientThreadTest, ABurstOfSmallFramesCostsOneReceive) {
+  RunOver(MessageFrame("/a") + MessageFrame("/b") + MessageFrame("/c"));
+  EXPECT_EQ(addresses.size(), 3u);
+  EXPECT_EQ(sockets.Receives(), 2);  // the frames, the end
+}
+
+TEST_F(BaseClientThreadTest, FramesThatComeByteByByteArePutTogether) {
+  sockets.ReceiveAtMost(1);
+  RunOver(MessageFrame("/a") + MessageFrame("/b"));
+  EXPECT_EQ(addresses, (Lines{"/a", "/b"}));
+  EXPECT_EQ(console.Take(), kEnd);
+}
+
+TEST_F(BaseClientThreadTest, FramesThatAreCutAnywhereArePutTogether) {
+  const std::string bytes = MessageFrame("/a") + FrameOf("dropped", 7) + MessageFrame("/b");
+  for (int most = 2; most < static_cast<int>(bytes.size()); ++most) {
+    addresses.clear();
+    sockets.ReceiveAtMost(most);
+    RunOver(bytes);
+    EXPECT_EQ(addresses, (Lines{"/a", "/b"})) << "in pieces of " << most;
+  }
+}
+
+TEST_F(BaseClientThreadTest, FramesOfAnotherKindAreDroppedInSilence) {
+  const std::string payload = OscMessage("/no", "", "");
+  RunOver(FrameOf(payload, 1) + FrameOf(payload, 0) + FrameOf(payload, 3) +
+          FrameOf(payload, 0x02000000) + FrameOf("not OSC", 1) + MessageFrame("/yes"));
+  EXPECT_EQ(addresses, (Lines{"/yes"}));
+  EXPECT_EQ(console.Take(), kEnd);
+}
+
+TEST_F(BaseClientThreadTest, TheTagIsIgnored) {
+  RunOver(FrameOf(OscMessage("/a", "", ""), 2, 0) + FrameOf(OscMessage("/b", "", ""), 2, 99));
+  EXPECT_EQ(addresses, (Lines{"/a", "/b"}));
+}
+
+TEST_F(BaseClientThreadTest, ThePayloadNeedNotBeAMultipleOfFour) {
+  RunOver(FrameOf("xyz") + MessageFrame("/a"));
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  const std::string text = console.Take();
+  EXPECT_EQ(text.rfind("Error parsing message: ", 0), 0u) << text;
+  EXPECT_EQ(text.substr(text.find('\n') + 1), kEnd);
+}
+
+TEST_F(BaseClientThreadTest, AFrameOf131072BytesIsAccepted) {
+  const std::string head = OscText("/large") + OscText(",b");
+  const std::string large = head + OscBlobBytes(std::string(131072 - head.size() - 4, 'x'));
+  ASSERT_EQ(large.size(), 131072u);
+  const auto peer = client.Prepare();
+  std::thread sender([&] {
+    peer->Send(FrameOf(large) + MessageFrame("/a"));
+    peer->EndSending();
+  });
+  client.RunToTheEnd();
+  sender.join();
+  EXPECT_EQ(addresses, (Lines{"/large", "/a"}));
+  EXPECT_EQ(console.Take(), kEnd);
+}
+
+// What follows on the old stream is not read any more; the next stream starts at a frame.
+TEST_F(BaseClientThreadTest, AnInvalidLengthEndsTheStreamWithoutFurtherReading) {
+  const auto first = client.Prepare();
+  const auto second = client.Prepare();
+  const auto third = client.Prepare();
+  const auto fourth = client.Prepare();
+  first->Send(MessageFrame("/a") + OscInt32(0) + MessageFrame("/lost"));
+  second->Send(OscInt32(131073) + MessageFrame("/lost"));
+  third->Send(OscInt32(-1) + MessageFrame("/lost"));
+  fourth->Send(MessageFrame("/b"));
+  fourth->EndSending();
+  client.RunToTheEnd();
+  EXPECT_EQ(addresses, (Lines{"/a", "/b"}));
+  EXPECT_EQ(console.Take(),
+            "Invalid packet length 0\nInvalid packet length 131073\nInvalid packet length -1\n"
+            "Server disconnected: 0\nFinished\n");
+  EXPECT_EQ(client.disconnects, 4);
+  EXPECT_TRUE(first->Ended());
+}
+
+TEST_F(BaseClientThreadTest, AnEndInsideAFrameDropsTheFrame) {
+  const std::string frame = MessageFrame("/a");
+  for (std::size_t cut = 1; cut < frame.size(); ++cut) {
+    RunOver(frame.substr(0, cut));
+    EXPECT_EQ(console.Take(), kEnd) << "after " << cut << " bytes";
+  }
+  EXPECT_TRUE(addresses.empty());
+}
+
+TEST_F(BaseClientThreadTest, ABrokenStreamIsReportedAsMinusOne) {
+  const auto peer = client.Prepare();
+  peer->Send(MessageFrame("/a"));
+  sockets.ReceiveErrors({SocketError::other});
+  client.RunToTheEnd();
+  EXPECT_EQ(console.Take(), "Server disconnected: -1\nFinished\n");
+  EXPECT_EQ(client.disconnects, 1);
+}
+
+TEST_F(BaseClientThreadTest, AStreamThatIsResetIsReportedAsMinusOne) {
+  const auto peer = client.Prepare();
+  sockets.BeforeWait([&] { peer->Reset(); });
+  client.RunToTheEnd();
+  EXPECT_EQ(console.Take(), "Server disconnected: -1\nFinished\n");
+}
+
+TEST_F(BaseClientThreadTest, ALostStreamIsReplaced) {
+  const auto first = client.Prepare();
+  const auto second = client.Prepare();
+  first->Send(MessageFrame("/a"));
+  first->EndSending();
+  second->Send(MessageFrame("/b"));
+  second->EndSending();
+  client.RunToTheEnd();
+  EXPECT_EQ(addresses, (Lines{"/a", "/b"}));
+  EXPECT_EQ(client.connects, 3);
+  EXPECT_EQ(client.disconnects, 2);
+  EXPECT_EQ(console.Take(), "Server disconnected: 0\nServer disconnected: 0\nFinished\n");
+}
+
+TEST_F(BaseClientThreadTest, AFailedConnectionIsTriedAgainAfterFiveSeconds) {
+  PlainClient plain(server, manager);
+  int sleeps = 0;
+  clock.WhenSleeping([&](std::uint32_t) {
+    if (++sleeps == 3) plain.Stop();
+  });
+  EXPECT_EQ(plain.RunUntilStopped(), 0u);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000, 5000}));
+  EXPECT_EQ(console.Take(), "Finished\n");
+}
+
+TEST_F(BaseClientThreadTest, TheBaseConnectsToNothing) {
+  PlainClient plain(server, manager);
+  EXPECT_FALSE(plain.Connect());
+  plain.PerformDisconnect();
+  EXPECT_EQ(plain.Finalize(), 0u);
+  EXPECT_FALSE(plain.Running());
+  EXPECT_EQ(console.Take(), "");
+}
+
+TEST_F(BaseClientThreadTest, TheRunReturnsWhatFinalizeReturns) {
+  client.result = 42;
+  EXPECT_EQ(client.RunToTheEnd(), 42u);
+  EXPECT_EQ(console.Take(), "Finished\n");
+  EXPECT_EQ(log.Lines(), (Lines{"DEBUG BaseClientThread created", "DEBUG Finished"}));
+}
+
+// The bytes are taken as they stand, on purpose: here they are a whole message and zeroes.
+TEST_F(BaseClientThreadTest, AStopInsideAFrameIsNoError) {
+  const auto peer = client.Prepare();
+  peer->Send(OscInt32(16) + OscInt32(2) + OscInt32(2) + OscMessage("/half", "", "").substr(0, 12));
+  sockets.BeforeReceive([&] { client.ClearRunning(); });
+  client.RunToTheEnd();
+  EXPECT_EQ(addresses, (Lines{"/half"}));
+  EXPECT_EQ(console.Take(), "Finished\n");
+  EXPECT_EQ(client.disconnects, 0);
+}
+
+// --- packets that cannot be read
+
+TEST_F(BaseClientThreadTest, WhatCannotBeReadLeavesTheConnectionOpen) {
+  struct Case {
+    std::string payload, complaint;
+  };
+  const Case cases[] = {
+      {OscMessage("/x", "b", OscInt32(131056)), "arguments exceed message size"},
+      {OscMessage("/x", "b", OscInt32(0x7FFFFFFDu)), "invalid blob size"},
+      {OscMessage("/x", "h", OscInt32(1)), "arguments exceed message size"},
+      {"abcd", "unterminated address pattern"},
+  };
+  for (const Case& wrong : cases) {
+    addresses.clear();
+    RunOver(FrameOf(wrong.payload) + MessageFrame("/a"));
+    EXPECT_EQ(addresses, (Lines{"/a"}));
+    EXPECT_EQ(console.Take(), "Error parsing message: " + wrong.complaint + "\n" + kEnd);
+  }
+  EXPECT_EQ(client.disconnects, 4);  // one at the end of each stream
+}
+
+// The OSC library throws something of another family here.
+TEST_F(BaseClientThreadTest, AMalformedBundleLeavesTheConnectionOpen) {
+  RunOver(FrameOf("#bun") + FrameOf(OscText("#bundle") + OscInt64(1) + OscInt32(99)) +
+          MessageFrame("/a"));
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  const std::string text = console.Take();
+  EXPECT_EQ(text.rfind("Error parsing message: ", 0), 0u) << text;
+  EXPECT_NE(text.find("\nError parsing message: "), std::string::npos) << text;
+  EXPECT_EQ(client.disconnects, 1);
+}
+
+TEST_F(BaseClientThreadTest, WhateverADispatchThrowsCostsOneLine) {
+  client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
+    if (address == "/full") throw osc::OutOfBufferMemoryException();
+    if (address == "/memory") throw std::bad_alloc();
+    addresses.push_back(address);
+  };
+  RunOver(MessageFrame("/full") + MessageFrame("/memory") + MessageFrame("/a"));
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  EXPECT_EQ(console.Take(), "Error parsing message: out of buffer memory\nError parsing message: " +
+                                std::string(std::bad_alloc().what()) + "\n" + kEnd);
+}
+
+TEST_F(BaseClientThreadTest, AFailureToConnectIsLoggedAndTriedAgain) {
+  const auto peer = client.Prepare();
+  peer->Send(MessageFrame("/a"));
+  peer->EndSending();
+  bool thrown = false;
+  client.whenConnecting = [&] {
+    if (!std::exchange(thrown, true)) throw std::runtime_error("no memory");
+  };
+  client.RunToTheEnd();
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  EXPECT_EQ(log.Count("ERROR device connection failed: no memory"), 1);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));  // after the failure; at the end
+  EXPECT_EQ(console.Take(), kEnd);
+}
+
+// --- bundles
+
+TEST_F(BaseClientThreadTest, NestedBundlesAreLoggedAroundTheirMessages) {
+  client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
+    addresses.push_back(address + " after " + std::to_string(log.Lines().size()) + " lines");
+  };
+  const std::string inner = OscBundle(2, {OscMessage("/b", "", ""), OscMessage("/c", "", "")});
+  RunOver(FrameOf(OscBundle(1, {inner, OscMessage("/d", "", "")})));
+  EXPECT_EQ(log.Lines(), (Lines{"DEBUG BaseClientThread created", "INFO Bundle started 1",
+                                "INFO Bundle started 2", "INFO Bundle finished 2",
+                                "INFO Bundle finished 1", "DEBUG Finished"}));
+  EXPECT_EQ(addresses, (Lines{"/b after 3 lines", "/c after 3 lines", "/d after 4 lines"}));
+}
+
+TEST_F(BaseClientThreadTest, ABundleOfTheFutureIsDispatchedAtOnce) {
+  RunOver(FrameOf(OscBundle(0x7000000000000000, {OscMessage("/a", "", "")})));
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000}));
+}
+
+TEST_F(BaseClientThreadTest, AFrameOfNestedBundlesIsSurvived) {
+  constexpr int kDepth = 6553;
+  std::string packet;
+  for (int left = kDepth - 1; left >= 0; --left) {
+    packet += OscText("#bundle") + OscInt64(1);
+    if (left > 0) packet += OscInt32(left * 20 - 4);
+  }
+  const auto peer = client.Prepare();
+  std::thread sender([&] {
+    peer->Send(FrameOf(packet) + MessageFrame("/a"));
+    peer->EndSending();
+  });
+  client.RunToTheEnd();
+  sender.join();
+  EXPECT_EQ(addresses, (Lines{"/a"}));
+  EXPECT_EQ(log.Count("INFO Bundle started 1"), kDepth);
+  EXPECT_EQ(log.Count("INFO Bundle finished 1"), kDepth);
+}
+
+// --- life
+
+TEST_F(BaseClientThreadTest, SendFramedSendsAFrame) {
+  const auto peer = client.Prepare();
+  client.OpenNow();
+  EXPECT_EQ(client.SendFramed("data", 4), 16);
+  EXPECT_EQ(peer->Receive(16), FrameOf("data"));
+}
+
+TEST_F(BaseClientThreadTest, SendFramedWithoutAStreamGivesMinusOne) {
+  EXPECT_EQ(client.SendFramed("data", 4), -1);
+}
+
+TEST_F(BaseClientThreadTest, TheOwnerIsTheDevicesManager) { EXPECT_EQ(&client.Owner(), &manager); }
+
+TEST_F(BaseClientThreadTest, AFreshClientIsDestroyedAtOnce) {
+  { const PlainClient plain(server, manager); }
+  EXPECT_EQ(log.Lines(), (Lines{"DEBUG BaseClientThread created", "DEBUG BaseClientThread created",
+                                "DEBUG ~BaseClientThread"}));
+  EXPECT_EQ(clock.TakeSleeps(), Sleeps{});
+}
+
+TEST_F(BaseClientThreadTest, TheDestructorWaitsForADisconnectInProgress) {
+  auto other = std::make_unique<TestClient>(server, manager);
+  std::atomic<std::int32_t>& disconnected = other->Disconnected();
+  disconnected = 0;
+  int polls = 0;
+  clock.WhenSleeping([&](std::uint32_t) {
+    if (++polls == 3) disconnected = 1;
+  });
+  other.reset();
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{10, 10, 10}));
+}
+
+TEST_F(BaseClientThreadTest, StopClearsTheRunningFlagOnly) {
+  PlainClient plain(server, manager);
+  plain.BaseClientThread::Stop();
+  EXPECT_FALSE(plain.Running());
+  EXPECT_EQ(console.Take(), "");
+}
+
+}  // namespace
+}  // namespace corvalint

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "platform/socket.h"
+
+namespace corvalint::test {
+
+// The system's sockets with what a test asks for put in between; installed for as long as it lives.
+// It watches what is closed: a second close, and any use of a closed number, fail the test. Any
+// thread.
+class ScriptedSockets {
+ public:
+  // What one send does: takes at most `most` bytes, or fails with `error`.
+  struct SendAnswer {
+    int most = 0;
+    SocketError error = SocketError::none;
+  };
+
+  ScriptedSockets();
+  ~ScriptedSockets();
+  ScriptedSockets(const ScriptedSockets&) = delete;
+  ScriptedSockets& operator=(const ScriptedSockets&) = delete;
+
+  // What the next sends do, one each; afterwards they go to the system.
+  void SendAnswers(std::deque<SendAnswer> answers);
+  // From now on every send would block, until SendAnswers.
+  void BlockSends();
+  // Each receive gives no more bytes than that from now on.
+  void ReceiveAtMost(int most);
+  // The next receives fail like this, one each.
+  void ReceiveErrors(std::deque<SocketError> errors);
+  // The next waits fail like this, one each.
+  void WaitErrors(std::deque<SocketError> errors);
+  // The next wait finds only this.
+  void NextWaitSees(SocketReadiness seen);
+  // Runs when a receiving thread is about to wait, and before each receive, with no lock held.
+  void BeforeWait(std::function<void()> action);
+  void BeforeReceive(std::function<void()> action);
+
+  // Sizes of all sends so far.
+  std::vector<int> Sends() const;
+  int Receives() const;
+  std::vector<int> Closed() const;
+  std::vector<int> NonBlocking() const;
+  std::vector<int> NoDelay() const;
+
+ private:
+  struct Table;
+  static ScriptedSockets& Current();
+  void Watch(int socket, const char* operation);
+
+  mutable std::mutex mutex;
+  std::deque<SendAnswer> sendAnswers;
+  bool sendsBlocked = false;
+  std::deque<SocketError> receiveErrors;
+  std::deque<SocketError> waitErrors;
+  std::deque<SocketReadiness> waitAnswers;
+  std::function<void()> beforeWait;
+  std::function<void()> beforeReceive;
+  std::vector<int> sends, closed, nonBlocking, noDelay;
+  int receives = 0;
+  int mostReceived = 1 << 30;
+};
+
+}  // namespace corvalint::test
