@@ -25,6 +25,7 @@ class PluggedDevice {
   void Detach();
 
   device::SimulatedDevice& App() { return app; }
+  const device::SimulatedDevice& App() const { return app; }
   const std::string& Name() const { return name; }
 
   // Announce an endpoint and wait until its port stands on the desktop.
