@@ -7,19 +7,19 @@
 #include <vector>
 
 #include "clients/device_client.h"
+#include "support/osc_bytes.h"
 
 namespace corvalint::test {
 
-// The bytes of an OSC argument, written here by hand so that a packet can be compared whole.
-std::string OscString(const std::string& text);  // zero ended, padded to a multiple of four
-std::string OscInt32(std::int32_t number);
-std::string OscInt64(std::int64_t number);
-std::string OscBlob(const std::string& bytes);
-// One announcement: address, ",si", name, id.
-std::string AnnouncementBytes(const std::string& address, const std::string& name, std::int32_t id);
-// One "/midi": ",sihb", name, id, time stamp, bytes.
-std::string MidiBytes(const std::string& name, std::int32_t id, std::int64_t timestamp,
-                      const std::string& bytes);
+// The packets of the device stream, put together by hand.
+inline std::string AnnouncementBytes(const std::string& address, const std::string& name,
+                                     std::int32_t id) {
+  return EndpointMessage(address, name, id);
+}
+inline std::string MidiBytes(const std::string& name, std::int32_t id, std::int64_t timestamp,
+                             const std::string& bytes) {
+  return MidiMessage(name, id, timestamp, bytes);
+}
 
 // A device's manager that answers as the test says and notes what it is asked. The answer and the
 // hooks are set before other threads use it.
