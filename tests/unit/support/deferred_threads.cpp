@@ -29,13 +29,13 @@ std::string NumberOf(ThreadHandle handle) {
 struct DeferredThreads::Table {
   static ThreadHandle Create(ThreadProcedure procedure, void* parameter, std::uint32_t* id) {
     DeferredThreads& self = Current();
+    Remember(parameter);
     if (self.refusing) {
       self.log.Add("create() = none");
       return nullptr;
     }
     const std::lock_guard hold(self.mutex);
     self.threads.push_back({procedure, parameter});
-    Remember(parameter);
     const int number = static_cast<int>(self.threads.size());
     self.log.Add("create() = " + std::to_string(number));
     *id = IdOf(number);
