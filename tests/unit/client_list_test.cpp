@@ -58,9 +58,9 @@ TEST(BorrowGate, WhatBorrowersDidIsSeenByTheOwnerOfADrainedGate) {
   for (int& mine : uses) {
     borrowers.emplace_back([&] {
       while (gate.TryBorrow()) {
-        ++mine;
+        const bool first = ++mine == 1;
         gate.Return();
-        if (mine == 1) ++ready;
+        if (first) ++ready;
       }
     });
   }

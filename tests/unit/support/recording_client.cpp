@@ -9,7 +9,7 @@ bool ScriptedOwner::OwnsEndpoint(std::string ownerKey, std::string endpointName)
     std::lock_guard hold(mutex);
     questions.push_back("owns(" + ownerKey + ", " + endpointName + ")");
   }
-  if (whenAsked) whenAsked();
+  if (const auto action = whenAsked) action();  // it may replace itself
   return owns;
 }
 
@@ -18,7 +18,7 @@ void ScriptedOwner::SendMidiToDestination(std::string name, std::uint32_t id) {
     std::lock_guard hold(mutex);
     questions.push_back("destination(" + name + ", " + std::to_string(id) + ")");
   }
-  if (whenHandled) whenHandled();
+  if (const auto action = whenHandled) action();  // it may replace itself
 }
 
 std::vector<PublishedEndpoint> ScriptedOwner::PublishedEndpoints() { return published; }
@@ -33,7 +33,7 @@ int RecordingClient::SendFramed(const void* data, std::uint32_t size) {
     std::lock_guard hold(mutex);
     packets.emplace_back(static_cast<const char*>(data), size);
   }
-  if (whenSent) whenSent();
+  if (const auto action = whenSent) action();  // it may replace itself
   return dropsFrames ? -1 : static_cast<int>(size) + 12;
 }
 
