@@ -111,7 +111,7 @@ struct FakeMobileDevice::Table {
     return Of(device).connectionId;
   }
 
-  // Stores 64 bits, of which the upper ones mean nothing; also when it fails.
+  // Stores 64 bits; something also when it fails.
   static std::uint32_t MuxConnect(std::uint32_t connectionId, std::uint32_t port,
                                   std::int64_t* socket) {
     FakeMobileDevice& fake = Current();
@@ -212,6 +212,11 @@ void FakeMobileDevice::Log(const std::string& function, const std::string& argum
     if (found != actions.end()) action = found->second;
   }
   if (action) action();
+}
+
+void FakeMobileDevice::ForgetActions() {
+  const std::lock_guard hold(mutex);
+  actions.clear();
 }
 
 FakeMobileDevice::Calls FakeMobileDevice::TakeCalls() {

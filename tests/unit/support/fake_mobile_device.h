@@ -50,6 +50,8 @@ class FakeMobileDevice {
 
   // Runs inside every call of that function ("AMDeviceConnect"), with no lock held.
   void WhenCalled(const std::string& function, std::function<void()> action);
+  // From now on nothing runs inside any call.
+  void ForgetActions();
 
   // The calls since the last time, oldest first.
   Calls TakeCalls();

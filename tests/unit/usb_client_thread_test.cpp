@@ -1,0 +1,418 @@
+#include "usb/usb_client_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ports/desktop_names.h"
+#include "support/console_capture.h"
+#include "support/fake_clock.h"
+#include "support/fake_mobile_device.h"
+#include "support/log_capture.h"
+#include "support/osc_bytes.h"
+#include "support/recording_client.h"
+#include "support/scripted_sockets.h"
+#include "support/test_server.h"
+#include "support/tracked_threads.h"
+
+namespace corvalint {
+namespace {
+
+using namespace test;
+
+using Lines = std::vector<std::string>;
+using Sleeps = std::vector<std::uint32_t>;
+
+// A client of the device "pad", connection 171 (0xAB). It runs on the test's own thread
+// (RunHere, which a hook must end) or on one of its own (StartThread).
+class UsbClientThreadTest : public testing::Test {
+ protected:
+  UsbClientThreadTest() {
+    ClearDesktop();
+    client = new UsbClientThread(server, device, manager);
+    server.clients.Append(*client);
+  }
+  ~UsbClientThreadTest() override {
+    threads.JoinAll();
+    ClearDesktop();
+    EXPECT_EQ(threads.OpenHandles(), 0u);
+    EXPECT_EQ(threads.Terminated(), 0);
+    EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 1);
+    EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
+  }
+
+  static void ClearDesktop() {
+    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
+    CriticalSectionScope hold(registry.listLock);
+    registry.sources.clear();
+    registry.destinations.clear();
+  }
+
+  template <class Endpoint>
+  static std::shared_ptr<Endpoint> Fill(std::shared_ptr<Endpoint> endpoint, const char* name,
+                                        std::int32_t id, bool on, bool open) {
+    static int anything;
+    endpoint->name = name;
+    endpoint->uniqueId = id;
+    endpoint->off = !on;
+    endpoint->handle = open ? &anything : nullptr;
+    return endpoint;
+  }
+  static void AddSource(const char* name, std::int32_t id, bool on = true, bool open = true) {
+    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
+    CriticalSectionScope hold(registry.listLock);
+    registry.sources.push_back(
+        Fill(std::make_shared<MidiSourceEndpoint>(registry), name, id, on, open));
+  }
+  static void AddDestination(const char* name, std::int32_t id, bool on = true, bool open = true) {
+    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
+    CriticalSectionScope hold(registry.listLock);
+    registry.destinations.push_back(
+        Fill(std::make_shared<MidiDestinationEndpoint>(), name, id, on, open));
+  }
+
+  // Stops the client as the server does when the device leaves.
+  void Depart() {
+    ASSERT_TRUE(client->gate.TryBorrow());
+    client->Stop();
+    server.clients.Remove(*client);
+    client->gate.Return();
+  }
+  void DepartAtSleep(int number) {
+    clock.WhenSleeping([this, number](std::uint32_t) {
+      if (++sleeps == number) Depart();
+    });
+  }
+
+  void RunHere() {
+    threads.HoldNext();
+    client->Start();
+    threads.RunHeld();
+  }
+  std::unique_ptr<StreamPeer> StartThread() {
+    client->Start();
+    return library.NextStream(device);
+  }
+  // Whatever was announced stands before the answer.
+  static void ExpectAnnounced(StreamPeer& peer, const Lines& packets) {
+    peer.SendFrame(OscMessage("/init_timing", "h", OscInt64(0)));
+    for (const std::string& packet : packets) EXPECT_EQ(peer.ReceiveFrame(), packet);
+    EXPECT_EQ(peer.ReceiveFrame().substr(0, 12), OscText("/init_timing").substr(0, 12));
+  }
+
+  FakeClock clock;
+  LogCapture log;
+  ConsoleCapture console;
+  ScriptedSockets sockets;
+  FakeMobileDevice library;
+  TestServer server;
+  DesktopNames names;
+  ExternalMidiManager manager{server, server.Lock(), names};
+  TrackedThreads threads;
+  DeviceHandle device = library.AddDevice("pad", 0xAB);
+  UsbClientThread* client;
+  int sleeps = 0;
+};
+
+const Lines kMade = {"DEBUG BaseClientThread created", "DEBUG UsbClientThread()"};
+const Lines kStopped = {"DEBUG UsbClientThreadMidi::Stop()",
+                        "DEBUG UsbClientThread::PerformDisconnect()"};
+const Lines kEnded = {"DEBUG Finished",
+                      "DEBUG UsbClientThread::Finalize()",
+                      "DEBUG UsbClientThreadMidi::Stop()",
+                      "DEBUG UsbClientThread::PerformDisconnect()",
+                      "DEBUG ~UsbClientThread",
+                      "DEBUG ~BaseClientThread"};
+const char kEndedText[] = "Finished\nUsbClientThread::PerformDisconnect()\n";
+
+Lines Joined(std::vector<Lines> parts) {
+  Lines all;
+  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// --- connecting
+
+TEST_F(UsbClientThreadTest, ADeviceThatCannotBeConnectedIsTriedAgain) {
+  library.ConnectAnswers(device, {0xE800000F, 0xE800000F});
+  DepartAtSleep(2);
+  RunHere();
+  const Lines attempt = {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe800000f",
+                         "ERROR AMDeviceConnect = -402653169", "DEBUG Device handle=0"};
+  EXPECT_EQ(log.Lines(), Joined({kMade, attempt, attempt, kStopped, kEnded}));
+  const std::string text =
+      "Connecting to device...\nAMDeviceConnect() = 0xe800000f\nAMDeviceConnect = -402653169\n";
+  EXPECT_EQ(console.Take(), text + text + "UsbClientThread::PerformDisconnect()\n" + kEndedText);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));
+  EXPECT_EQ(library.TakeCalls(), (Lines{"AMDeviceConnect(pad)", "AMDeviceConnect(pad)",
+                                        "AMDeviceDisconnect(pad)", "AMDeviceDisconnect(pad)"}));
+}
+
+TEST_F(UsbClientThreadTest, ADeviceInRecoveryModeIsNeverConnected) {
+  library.ConnectAnswers(device, {0xE8000028, 0xE8000028});
+  DepartAtSleep(4);
+  RunHere();
+  const Lines attempt = {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe8000028",
+                         "DEBUG muxConnTmp = AB", "DEBUG Device handle=0"};
+  EXPECT_EQ(log.Lines(), Joined({kMade, attempt, attempt, kStopped, kEnded}));
+  const std::string text =
+      "Connecting to device...\nAMDeviceConnect() = 0xe8000028\n"
+      "found iDevice in Recovery Mode - muxConnTmp = AB\n";
+  EXPECT_EQ(console.Take(), text + text + "UsbClientThread::PerformDisconnect()\n" + kEndedText);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000, 5000, 5000}));
+  EXPECT_EQ(library.Count("USBMuxConnectByPort"), 0);
+}
+
+TEST_F(UsbClientThreadTest, OneFailureIsTreatedAsAUsableConnection) {
+  library.ConnectAnswers(device, {0xE8000065});
+  library.PortAnswers({10});
+  DepartAtSleep(1);
+  RunHere();
+  EXPECT_EQ(log.Lines(),
+            Joined({kMade,
+                    {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe8000065",
+                     "DEBUG muxConnTmp = AB", "DEBUG Device handle=171", "DEBUG Opening port...",
+                     "ERROR USBMuxConnectByPort = a, handle=beef"},
+                    kStopped,
+                    kEnded}));
+  EXPECT_EQ(console.Take(),
+            "Connecting to device...\nAMDeviceConnect() = 0xe8000065\nmuxConnTmp = AB\n"
+            "UsbClientThread::PerformDisconnect()\n" +
+                std::string(kEndedText));
+}
+
+TEST_F(UsbClientThreadTest, ARefusedPortIsTriedAgainWithTheKnownId) {
+  library.PortAnswers({10, 11});
+  DepartAtSleep(2);
+  RunHere();
+  EXPECT_EQ(log.Lines(),
+            Joined({kMade,
+                    {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0x0",
+                     "DEBUG Device handle=171", "DEBUG Opening port...",
+                     "ERROR USBMuxConnectByPort = a, handle=beef", "DEBUG Device handle=171",
+                     "DEBUG Opening port...", "ERROR USBMuxConnectByPort = b, handle=beef"},
+                    kStopped,
+                    kEnded}));
+  EXPECT_EQ(library.TakeCalls(),
+            (Lines{"AMDeviceConnect(pad)", "AMDeviceGetConnectionID(pad)",
+                   "USBMuxConnectByPort(171, 5B9B)", "USBMuxConnectByPort(171, 5B9B)",
+                   "AMDeviceDisconnect(pad)", "AMDeviceDisconnect(pad)"}));
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));
+  EXPECT_EQ(sockets.Closed(), std::vector<int>{});  // what a failed call stored is no socket
+}
+
+TEST_F(UsbClientThreadTest, AnOpenPortIsMadeNonBlockingAndStays) {
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  EXPECT_EQ(sockets.NonBlocking().size(), 1u);
+  EXPECT_EQ(sockets.NoDelay(), sockets.NonBlocking());
+  EXPECT_EQ(log.Lines(), Joined({kMade,
+                                 {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0x0",
+                                  "DEBUG Device handle=171", "DEBUG Opening port...",
+                                  "INFO USBMuxConnectByPort OK"}}));
+  ExpectAnnounced(*peer, {});  // a second frame needs no second connection
+  EXPECT_EQ(library.TakeCalls(), (Lines{"AMDeviceConnect(pad)", "AMDeviceGetConnectionID(pad)",
+                                        "USBMuxConnectByPort(171, 5B9B)"}));
+  EXPECT_EQ(clock.TakeSleeps(), Sleeps{});
+  Depart();
+}
+
+TEST_F(UsbClientThreadTest, ALostStreamIsReplacedWithoutConnectingTheDeviceAgain) {
+  AddSource("Keys", 1);
+  const auto first = StartThread();
+  ExpectAnnounced(*first, {EndpointMessage("/add_remote_source", "Keys", 1)});
+  library.TakeCalls();
+  console.Take();
+  first->EndSending();
+  const auto second = library.NextStream(device);
+  ExpectAnnounced(*second, {EndpointMessage("/add_remote_source", "Keys", 1)});
+  EXPECT_TRUE(first->Ended());
+  EXPECT_EQ(library.TakeCalls(), (Lines{"USBMuxConnectByPort(171, 5B9B)"}));
+  EXPECT_EQ(console.Take(), "Server disconnected: 0\nUsbClientThread::PerformDisconnect()\n");
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{1000}));
+  Depart();
+}
+
+TEST_F(UsbClientThreadTest, AnInvalidLengthReplacesTheStream) {
+  const auto first = StartThread();
+  first->Send(OscInt32(131073));
+  const auto second = library.NextStream(device);
+  ExpectAnnounced(*second, {});
+  Depart();
+  threads.JoinAll();
+  const std::string text = console.Take();
+  EXPECT_NE(text.find("Invalid packet length 131073\nUsbClientThread::PerformDisconnect()\n"),
+            std::string::npos)
+      << text;
+}
+
+// --- what a device is told
+
+TEST_F(UsbClientThreadTest, OpenDesktopEndpointsAreAnnouncedFromTheLastToTheFirst) {
+  AddSource("Keys", 1);
+  AddSource("switched off", 2, false, true);
+  AddSource("not open", 3, true, false);
+  AddSource("Pads", -4);
+  AddDestination("Synth", 5);
+  AddDestination("switched off", 6, false, true);
+  AddDestination("not open", 7, true, false);
+  AddDestination("Drums", -8);
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Pads", -4),
+                          EndpointMessage("/add_remote_source", "Keys", 1),
+                          EndpointMessage("/add_remote_destination", "Drums", -8),
+                          EndpointMessage("/add_remote_destination", "Synth", 5)});
+  Depart();
+}
+
+TEST_F(UsbClientThreadTest, EndpointsOfOtherDevicesAreAnnouncedAndNotItsOwn) {
+  ExternalMidiManager otherManager(server, server.Lock(), names);
+  otherManager.SetDeviceKey("phone");
+  otherManager.AddRemoteSource("Piano", 1);
+  otherManager.AddRemoteDestination("Piano", 2);
+  otherManager.AddRemoteDestination("Strings", 3);
+  manager.SetDeviceKey("pad");
+  manager.AddRemoteSource("its own", 9);
+  RecordingClient phone(otherManager);
+  RecordingClient third;
+  third.scripted.published = {{EndpointKind::source, "Flute", 4}};
+  server.clients.Append(phone);
+  server.clients.Append(third);
+  AddSource("Keys", 5);
+
+  // The announcements that the managers above made went to the client that had no stream yet.
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Keys", 5),
+                          EndpointMessage("/add_remote_destination", "Strings", 3),
+                          EndpointMessage("/add_remote_destination", "Piano", 2),
+                          EndpointMessage("/add_remote_source", "Piano", 1),
+                          EndpointMessage("/add_remote_source", "Flute", 4)});
+  Depart();
+  threads.JoinAll();
+  server.clients.Remove(phone);
+  server.clients.Remove(third);
+}
+
+TEST_F(UsbClientThreadTest, ANameThatFitsNoPacketCostsItsOwnAnnouncementOnly) {
+  RecordingClient phone;
+  phone.scripted.published = {{EndpointKind::source, "Piano", 1},
+                              {EndpointKind::destination, std::string(4064, 'n'), 2},
+                              {EndpointKind::source, std::string(4067, 'n'), 3}};
+  server.clients.Append(phone);
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Piano", 1),
+                          EndpointMessage("/add_remote_source", std::string(4067, 'n'), 3)});
+  EXPECT_EQ(log.Count("DEBUG endpoint not announced: out of buffer memory"), 1);
+  Depart();
+  threads.JoinAll();
+  server.clients.Remove(phone);
+}
+
+// --- the end
+
+TEST_F(UsbClientThreadTest, AStopEndsTheBlockedRun) {
+  std::promise<void> waiting;
+  int waits = 0;
+  sockets.BeforeWait([&] {
+    if (++waits == 2) waiting.set_value();
+  });
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  waiting.get_future().wait();  // for a second frame
+  console.Take();
+  const Lines before = log.Lines();
+  Depart();
+  threads.JoinAll();
+  EXPECT_TRUE(peer->Ended());
+  EXPECT_EQ(sockets.Closed(), sockets.NonBlocking());
+  const std::string text = console.Take();
+  EXPECT_NE(text.find("Server disconnected: -1\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Finished\n"), std::string::npos) << text;
+  Lines lines = log.Lines();
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before.size()));
+  // The client's thread, having lost its stream, disconnects for itself as well.
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "DEBUG UsbClientThread::PerformDisconnect()"),
+            3);
+  EXPECT_EQ(lines.front(), "DEBUG UsbClientThreadMidi::Stop()");
+  EXPECT_EQ(lines.back(), "DEBUG ~BaseClientThread");
+  EXPECT_EQ(library.Count("AMDeviceDisconnect"), 2);
+}
+
+// A second without the lock that the senders want.
+TEST_F(UsbClientThreadTest, TheSecondAfterADisconnectHoldsNoLock) {
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  std::atomic<int> seconds{0};
+  clock.WhenSleeping([&](std::uint32_t milliseconds) {
+    if (milliseconds != 1000) return;
+    ++seconds;
+    EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
+  });
+  Depart();
+  threads.JoinAll();
+  EXPECT_EQ(seconds, 1);
+}
+
+// Nobody may find a freed client in the list or under an operation.
+TEST_F(UsbClientThreadTest, TheClientLivesUntilItIsUnlistedAndNotBorrowed) {
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  ASSERT_TRUE(client->gate.TryBorrow());
+  client->Stop();
+  EXPECT_TRUE(clock.WaitForSleeps(4));  // a second, and some polls of the waiting end
+  EXPECT_EQ(log.Count("DEBUG UsbClientThread::Finalize()"), 1);
+  EXPECT_EQ(client->SendFramed("late", 4), -1);
+  EXPECT_FALSE(client->gate.TryBorrow());
+  EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 0);
+  server.clients.Remove(*client);
+  EXPECT_TRUE(clock.WaitForSleeps(400));
+  EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 0);
+  client->gate.Return();
+  threads.JoinAll();
+  const Sleeps all = clock.TakeSleeps();
+  EXPECT_EQ(all.front(), 1000u);
+  EXPECT_EQ(std::count(all.begin() + 1, all.end(), 10u), static_cast<int>(all.size()) - 1);
+}
+
+TEST_F(UsbClientThreadTest, AStreamThatOpensAfterAStopIsClosedAgain) {
+  AddSource("Keys", 1);
+  library.WhenCalled("USBMuxConnectByPort", [this] { Depart(); });
+  RunHere();
+  const auto peer = library.NextStream(device);
+  EXPECT_TRUE(peer->Ended());
+  EXPECT_EQ(sockets.Sends(), std::vector<int>{});  // nothing was announced
+  EXPECT_EQ(sockets.Closed(), sockets.NonBlocking());
+  EXPECT_EQ(sockets.Closed().size(), 1u);
+}
+
+TEST_F(UsbClientThreadTest, AFrameThatIsBeingWrittenWhenTheStreamIsLostHarmsNobody) {
+  const auto first = StartThread();
+  ExpectAnnounced(*first, {});
+  std::atomic<bool> ends{false};
+  std::vector<std::thread> senders;
+  for (int i = 0; i < 2; ++i) {
+    senders.emplace_back([this, &ends] {
+      const std::uint8_t note[] = {0x90, 0x3C, 0x7F};
+      while (!ends) server.SendMidiToAll(note, 3, "Piano", 1, 5);
+    });
+  }
+  for (int round = 0; round < 5; ++round) {
+    const auto next = round == 0 ? nullptr : library.NextStream(device);
+    StreamPeer& peer = next == nullptr ? *first : *next;
+    EXPECT_EQ(peer.ReceiveFrame(), MidiMessage("Piano", 1, 5, "\x90\x3C\x7F"));
+    peer.Reset();
+  }
+  Depart();
+  ends = true;
+  for (std::thread& sender : senders) sender.join();
+}
+
+}  // namespace
+}  // namespace corvalint
