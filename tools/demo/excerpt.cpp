@@ -55,7 +55,9 @@ std::vector<std::int64_t> ReadBars(const std::filesystem::path& path) {
   const double end = smf_get_length_pulses(file.get());
   std::vector<std::int64_t> bars;
   for (double pulse = 0;;) {
-    const smf_tempo_t* tempo = smf_get_tempo_by_pulses(file.get(), static_cast<int>(pulse));
+    // The library gives what holds before a pulse, and a change on the bar line holds from there
+    // on.
+    const smf_tempo_t* tempo = smf_get_tempo_by_pulses(file.get(), static_cast<int>(pulse) + 1);
     const double inTempo = (pulse - tempo->time_pulses) / quarter;  // quarter notes
     bars.push_back(
         std::llround(tempo->time_seconds * 1e6 + inTempo * tempo->microseconds_per_quarter_note));

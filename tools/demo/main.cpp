@@ -85,6 +85,7 @@ void Play(Scenario& scenario, const std::vector<Piece>& pieces, const Options& o
 
 // Saves what tells about the run in a new folder and says where.
 void Keep(Scenario& scenario, const std::string& failure) {
+  if (!scenario.Started()) return;
   std::string folder = (fs::temp_directory_path() / "corvalint-demo-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) {
     std::cerr << "corvalint-demo: cannot make a folder for log and console texts\n";

@@ -152,7 +152,7 @@ void Scenario::ShowEndpoints() {
   }
   for (const harness::Port& port : Control().Ports()) {
     const std::string name(port.name.begin(), port.name.end());
-    progress.Line(EndpointLine(port.open, "source of the iPad", name, "a port on the desktop"));
+    progress.Line(EndpointLine(port.open, "iPad's source", name, "a port on the desktop"));
   }
 }
 
@@ -194,7 +194,6 @@ std::string Scenario::NewConsoleText() {
 }
 
 void Scenario::SaveEvidence(const fs::path& folder) {
-  if (!desk) return;
   const auto save = [&folder](const char* name, const std::string& text) {
     std::ofstream(folder / name, std::ios::binary) << text;
   };

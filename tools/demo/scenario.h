@@ -56,7 +56,9 @@ class Scenario {
   // What the library has printed since the last call.
   std::string NewConsoleText();
 
-  // Writes log, console texts and the desk's events into the folder, as far as there are any.
+  // Whether there is anything to save.
+  bool Started() const { return desk != nullptr; }
+  // Writes log, console texts and the desk's events into the folder. For a started desk.
   void SaveEvidence(const std::filesystem::path& folder);
 
   static constexpr std::string_view kKeyboard = "Stage Piano";
