@@ -89,7 +89,7 @@ TEST_F(MidiLocks, TwoScansAtOnceDoNotEraseEachOthersRecords) {
   std::atomic<int> inside{0};
   winmm.WhenCalled("midiInGetDevCapsA", [&] {
     EXPECT_EQ(++inside, 1);
-    std::this_thread::yield();
+    for (int i = 0; i < 100; ++i) std::this_thread::yield();
     --inside;
   });
   std::thread other([this] {

@@ -76,6 +76,16 @@ TEST_F(MidiOutput, ClosingAnIdleDestinationOnlyCloses) {
   EXPECT_EQ(Printed(), "");
 }
 
+TEST_F(MidiOutput, OneThatWasClosedOpensAndSendsAgain) {
+  OpenSynth();
+  CloseMidiDestination(*synth);
+  OpenSynth();
+  EXPECT_TRUE(Send({0xFE}));
+  EXPECT_THAT(winmm.Sent("Synth"), ElementsAre(Bytes{0xFE}));
+  EXPECT_EQ(Printed(), "");
+  winmm.TakeCalls();
+}
+
 // Short messages included.
 TEST_F(MidiOutput, EveryBlockGoesOutAsALongMessage) {
   OpenSynth();
