@@ -269,6 +269,57 @@ TEST_F(CallOrder, ClosedDestinationIsStillAddressed) {
   EXPECT_THAT(ResultsOf(calls), ElementsAre(harness::kInvalidHandle));
 }
 
+// A driver that still holds buffers refuses the close; it is reset and asked again.
+TEST_F(CallOrder, SourceThatDoesNotCloseIsResetAgain) {
+  ToggleKeys();
+  control.Fail("midiInClose", harness::kStillPlaying, {.times = 2});
+  control.ClearCalls();
+  ToggleKeys();
+  control.ClearRules("midiInClose");
+  const std::vector<std::string> again(kClosing.begin() + 1, kClosing.end());
+  EXPECT_THAT(NamesOf(InputCalls()),
+              ElementsAreArray(Beginning(Beginning(kClosing, 7, again), 13, again)));
+  EXPECT_EQ(control.Counts().openInputs, 0u);
+}
+
+// The device's thread is inside a send that the driver does not finish; a reset frees it.
+TEST_F(CallOrder, DestinationThatIsStuckCanBeClosed) {
+  ToggleSynth();
+  const int output = bridge->Output("Synth");
+  control.SetStuck(output, true);
+  control.ClearCalls();
+  ASSERT_TRUE(plugged->App().SendMidi("Synth", synth, {0xF0, 1, 0xF7}));
+  ASSERT_TRUE(control.WaitForCall("midiOutUnprepareHeader", 3));
+  ToggleSynth();
+  control.SetStuck(output, false);
+  ASSERT_TRUE(plugged->Flush());
+  std::vector<std::string> names = NamesOf(OutputCalls());
+  ASSERT_FALSE(names.empty());
+  EXPECT_EQ(names.back(), "midiOutClose");
+  EXPECT_THAT(names, testing::Contains("midiOutReset"));
+  EXPECT_EQ(control.CallCounts()["midiOutLongMsg"], 1u);
+  EXPECT_EQ(control.Counts().openOutputs, 0u);
+}
+
+// One is unplugged, the other does not tell what it is any more.
+TEST(CallOrderOfScans, VanishedDevicesAreClosed) {
+  Bridge desk({"Keys"}, {"Synth", "Organ"});
+  harness::DeskControl& control = desk.Control();
+  desk.SwitchSourceOn("Keys");
+  desk.SwitchDestinationOn("Synth");
+  control.ClearCalls();
+  control.RemoveInput(desk.Input("Keys"));
+  control.Fail("midiOutGetDevCapsA", harness::kBadDeviceId, {.firstArgument = 0});
+  ASSERT_TRUE(control.WaitForInputClosed(desk.Input("Keys")));
+  EXPECT_THAT(NamesOf(CallsTo(control, kInputCalls)), ElementsAreArray(kClosing));
+  EXPECT_THAT(NamesOf(CallsTo(control, kOutputCalls)), ElementsAre("midiOutClose"));
+  EXPECT_TRUE(desk.GetHost().Sources().empty());
+  const auto destinations = desk.GetHost().Destinations();
+  ASSERT_EQ(destinations.size(), 1u);
+  EXPECT_EQ(destinations[0].name, "Organ");
+  EXPECT_THAT(control.Violations(), IsEmpty());
+}
+
 TEST_F(CallOrder, PortIsCreatedUsedAndClosed) {
   device::SimulatedDevice& app = plugged->App();
   ASSERT_TRUE(app.AnnounceSource("Pad", 77) && app.AnnounceDestination("Pad", 78));
