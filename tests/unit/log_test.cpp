@@ -214,6 +214,13 @@ TEST_F(LogTest, DropsAConversionThatTheCutWentThrough) {
   }
 }
 
+TEST_F(LogTest, CountsTheBytesOfALineWithACutConversion) {
+  Fill(kLimit - 1000);
+  LogInit("log");
+  LogFormat(std::string(kFormatRoom - 1, 'f') + "%d");
+  EXPECT_EQ(Text(), "");
+}
+
 TEST_F(LogTest, KeepsWhatStandsBeforeTheCut) {
   LogInit("log");
   const std::string filler(kFormatRoom - 5, 'f');
@@ -391,6 +398,16 @@ TEST_F(LogTest, WaitsAnewAfterEachAttempt) {
   calls.Take();
   LogError("lost");
   EXPECT_EQ(calls.Take(), Calls{});
+}
+
+TEST_F(LogTest, TriesAgainAtOnceWhenTheCounterWentBack) {
+  clock.SetTicks(100 * kSecond);
+  process.RefuseFiles(true);
+  LogInit("log");
+  process.RefuseFiles(false);
+  clock.SetTicks(100 * kSecond - 1);
+  LogError("kept");
+  EXPECT_EQ(Text(), kHead + "ERROR kept\n");
 }
 
 TEST_F(LogTest, ALineAboveTheThresholdIsNoReasonToTryAgain) {
