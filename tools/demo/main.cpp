@@ -7,9 +7,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "demo/excerpt.h"
@@ -117,6 +120,11 @@ bool Report(const std::vector<Row>& rows, const std::vector<std::string>& compla
   return verdict.good && complaints.empty();
 }
 
+int Stopped() {
+  std::cerr << "Stopped." << std::endl;
+  return kInterrupted;
+}
+
 int Run(const Options& options) {
   const std::vector<Piece> pieces =
       ReadPieces(ChooseSongs(options, device::FindSongs()), options.bars);
@@ -136,18 +144,17 @@ int Run(const Options& options) {
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const Interrupted&) {
     progress.Abandon();
-    std::cerr << "Stopped." << std::endl;
-    return kInterrupted;
+    return Stopped();
   } catch (const std::exception& error) {
     progress.Abandon();
-    try {
-      CheckInterrupted();  // Ctrl-C ends Wine too, and what failed then is no news
-    } catch (const Interrupted&) {
-      std::cerr << "Stopped." << std::endl;
-      return kInterrupted;
+    // Ctrl-C ends Wine too, and what failed then is no news.
+    if (WasInterrupted()) return Stopped();
+    std::string failure = error.what();
+    if (const std::optional<int> code = scenario.HostEnded()) {
+      failure += "; the host with the DLL has ended, code " + std::to_string(*code);
     }
-    std::cerr << "corvalint-demo: " << error.what() << std::endl;
-    Keep(scenario, error.what());
+    std::cerr << "corvalint-demo: " << failure << std::endl;
+    Keep(scenario, failure);
     return EXIT_FAILURE;
   }
 }

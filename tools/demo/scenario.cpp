@@ -186,6 +186,11 @@ std::vector<std::string> Scenario::Complaints() {
   return complaints;
 }
 
+std::optional<int> Scenario::HostEnded() {
+  constexpr std::chrono::milliseconds kUntilItShows{500};  // its connections end a little earlier
+  return desk ? desk->GetHost().GetProcess().WaitForExit(kUntilItShows) : std::nullopt;
+}
+
 std::string Scenario::NewConsoleText() {
   const std::string console = desk ? desk->GetHost().Console() : std::string();
   const std::string text = console.substr(consoleShown);

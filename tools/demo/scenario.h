@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -55,6 +56,9 @@ class Scenario {
 
   // What the library has printed since the last call.
   std::string NewConsoleText();
+
+  // The code with which the host has ended, empty while it runs.
+  std::optional<int> HostEnded();
 
   // Whether there is anything to save.
   bool Started() const { return desk != nullptr; }

@@ -20,8 +20,10 @@ void NoteInterrupts() {
   }
 }
 
+bool WasInterrupted() { return interrupted != 0; }
+
 void CheckInterrupted() {
-  if (interrupted != 0) throw Interrupted();
+  if (WasInterrupted()) throw Interrupted();
 }
 
 void Await(const std::string& what,

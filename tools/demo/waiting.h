@@ -12,6 +12,9 @@ struct Interrupted {};
 // From now on Ctrl-C and the request to end are only noted. Call once, before anything is started.
 void NoteInterrupts();
 
+// Whether one has been noted. Any thread.
+bool WasInterrupted();
+
 // Throws Interrupted once one has been noted. Any thread.
 void CheckInterrupted();
 
