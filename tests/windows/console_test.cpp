@@ -22,6 +22,7 @@ std::string ConnectLines(const std::string& device) {
 TEST(ConsoleOfScans, TellsWhatIsFoundWhatIsItsOwnAndWhatIsGone) {
   Bridge bridge({"Keys", "Pad"}, {"Synth", "Organ"});
   harness::Host& host = bridge.GetHost();
+  ASSERT_TRUE(host.WaitForConsole(" || Pad\r\n"));
   const std::string first = host.Console();
   const auto sources = host.Sources();
   const auto destinations = host.Destinations();
@@ -40,10 +41,13 @@ TEST(ConsoleOfScans, TellsWhatIsFoundWhatIsItsOwnAndWhatIsGone) {
   // A name that is cut and beyond ASCII is known again in the form that the desktop shows.
   const std::string cut = "\xE4" + std::string(28, 'm') + "..";
   ASSERT_TRUE(a->App().AnnounceDestination("\xE4" + std::string(31, 'm'), 78) && a->Flush());
-  // After this call of a scan the next scan has not begun yet.
-  const auto scans = [&] { return bridge.Control().CallCounts()["midiOutGetNumDevs"]; };
-  ASSERT_TRUE(bridge.Control().WaitForCall("midiOutGetNumDevs", scans() + 1));
-  ASSERT_TRUE(host.WaitForConsole("virtual source: " + cut + "\r\n"));
+  // Once a scan is through, the next one is seconds away.
+  const std::size_t published = host.Console().size();
+  ASSERT_TRUE(host.GetProcess().WaitForOutput(
+      [&](const std::string& all) {
+        return all.find("virtual source: " + cut + "\r\n", published) != std::string::npos;
+      },
+      kPatience));
   const std::size_t mark = host.Console().size();
   bridge.Control().RemoveInput(bridge.Input("Keys"));
   bridge.Control().RemoveOutput(bridge.Output("Synth"));
@@ -91,7 +95,7 @@ class Console : public testing::Test {
   static std::unique_ptr<Bridge> bridge;
   static std::int32_t keys;
   static std::int32_t synth;
-  ConsoleView console{bridge->GetHost()};
+  ConsoleView console{bridge->GetDesk()};
 };
 
 std::unique_ptr<Bridge> Console::bridge;
@@ -273,7 +277,7 @@ TEST_F(Console, DevicesWithoutAnIdentifierHaveAnEmptyName) {
 TEST(ConsoleOfConnections, EachAnswerOfTheDeviceLibrary) {
   const auto connect = [](Bridge& bridge, std::uint32_t answer, const std::string& expected) {
     const std::string name = "answer-" + std::to_string(answer);
-    ConsoleView console(bridge.GetHost());
+    ConsoleView console(bridge.GetDesk());
     bridge.Control().SetDevice(
         name, {.identifier = name, .connectionId = 0xAB, .connectAnswers = {answer}});
     bridge.Control().Attach(name);

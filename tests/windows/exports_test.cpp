@@ -160,6 +160,7 @@ TEST_F(Exports, PrintTheStateOfKnownEndpointsOnly) {
   harness::Host& host = bridge.GetHost();
   const std::string keys = std::to_string(Value(host, "id-source 0"));
   const std::string synth = std::to_string(Value(host, "id-destination 0"));
+  ASSERT_TRUE(host.WaitForConsole(" || Keys\r\n"));  // the end of the first scan
   const std::size_t before = host.Console().size();
   EXPECT_EQ(Value(host, "source-status " + keys), 0);
   EXPECT_EQ(Value(host, "destination-status " + synth), 0);

@@ -151,13 +151,13 @@ TEST_F(Reception, DeepestNestingThatFitsAFrame) {
   const std::string before = bridge->GetDesk().Log();
   ASSERT_TRUE(a->App().SendPacket(packet));
   ASSERT_TRUE(a->Flush());
-  EXPECT_EQ(console.Text(), "");
   const auto texts = TextsOf(LinesOf(bridge->GetDesk().Log().substr(before.size())));
   ASSERT_EQ(texts.size(), 2 * kLevels);
   for (std::size_t i = 0; i < kLevels; ++i) {
     ASSERT_EQ(texts[i], "INFO Bundle started 1");
     ASSERT_EQ(texts[kLevels + i], "INFO Bundle finished 1");
   }
+  EXPECT_EQ(console.Text(), "");
   EXPECT_TRUE(bridge->GetHost().Running());
 }
 

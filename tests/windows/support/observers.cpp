@@ -1,7 +1,9 @@
 #include "windows/support/observers.h"
 
 #include <algorithm>
+#include <atomic>
 #include <regex>
+#include <stdexcept>
 
 #include "windows/support/bridge.h"
 
@@ -17,15 +19,27 @@ bool IsFoundAgain(std::string_view line) {
          line.starts_with("is virtual destination: ");
 }
 
-// The whole lines of the text without those of scans that changed nothing. Standard output is in
-// text mode, so each line feed has become CR LF.
-std::string WithoutScans(std::string_view text) {
+constexpr std::uint32_t kFirstMark = 4000000000;
+constexpr std::string_view kAnyMark = "notification(40000";
+constexpr std::string_view kEndOfMark = "invalid product id";
+
+std::string MarkLine(std::uint32_t number) {
+  return "notification(" + std::to_string(number) + ")\r\n";
+}
+
+// The whole lines of the text without marks and without those of scans that changed nothing.
+// Standard output is in text mode, so each line feed has become CR LF.
+std::string OwnLines(std::string_view text) {
   constexpr std::string_view kLineEnd = "\r\n";
   std::string kept;
+  bool inMark = false;
   for (std::size_t end; (end = text.find(kLineEnd)) != std::string_view::npos;) {
     const std::string_view line = text.substr(0, end);
-    if (!IsFoundAgain(line)) kept.append(line).append("\n");
     text.remove_prefix(end + kLineEnd.size());
+    const bool endsMark = inMark && line == kEndOfMark;
+    const bool beginsMark = line.starts_with(kAnyMark);
+    inMark = beginsMark || (inMark && !endsMark);
+    if (!beginsMark && !endsMark && !IsFoundAgain(line)) kept.append(line).append("\n");
   }
   return kept;
 }
@@ -39,18 +53,37 @@ std::string_view AddressOf(const device::Bytes& frame) {
 
 }  // namespace
 
-ConsoleView::ConsoleView(harness::Host& observedHost) : host(observedHost) { Restart(); }
+ConsoleView::ConsoleView(harness::Desk& observedDesk) : desk(observedDesk) { Restart(); }
 
-void ConsoleView::Restart() { start = host.Console().size(); }
+void ConsoleView::Settle() const {
+  static std::atomic<std::uint32_t> lastMark{kFirstMark};
+  const std::uint32_t number = ++lastMark;
+  desk.Control().Notify("null", number);
+  const bool seen = desk.GetHost().GetProcess().WaitForOutput(
+      [line = MarkLine(number)](const std::string& all) {
+        const std::size_t mark = all.find(line);
+        return mark != std::string::npos &&
+               all.find("invalid product id\r\n", mark) != std::string::npos;
+      },
+      kPatience);
+  if (!seen) throw std::runtime_error("the library does not print any more");
+}
+
+void ConsoleView::Restart() {
+  Settle();
+  start = desk.GetHost().Console().size();
+}
 
 std::string ConsoleView::Text() const {
-  return WithoutScans(std::string_view(host.Console()).substr(start));
+  Settle();
+  const std::string all = desk.GetHost().Console();
+  return OwnLines(std::string_view(all).substr(start));
 }
 
 std::string ConsoleView::After(std::string_view expected) const {
-  host.GetProcess().WaitForOutput(
+  desk.GetHost().GetProcess().WaitForOutput(
       [&](const std::string& all) {
-        return WithoutScans(std::string_view(all).substr(start)).size() >= expected.size();
+        return OwnLines(std::string_view(all).substr(start)).size() >= expected.size();
       },
       kPatience);
   return Text();

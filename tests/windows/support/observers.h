@@ -14,20 +14,26 @@ namespace corvalint::windows_test {
 // The library's console from the moment at which this object is made, as the library prints it:
 // with line feeds alone. The lines that every scan writes for each device it finds again are left
 // out, since a scan may come at any time.
+//
+// The console has a pipe of its own, so what was printed may still be on its way when an answer of
+// the host or of a device is there. Every look therefore makes the library print a mark first, by a
+// notification without a device, and waits for it; the mark's lines are left out as well.
 class ConsoleView {
  public:
-  // The host outlives the object.
-  explicit ConsoleView(harness::Host& observedHost);
+  // The desk outlives the object.
+  explicit ConsoleView(harness::Desk& observedDesk);
 
-  // Whole lines so far.
+  // All whole lines that were printed before this call.
   std::string Text() const;
   // Waits until there is at least as much text as is expected, and gives all that there is.
   std::string After(std::string_view expected) const;
-  // Begins again with what comes from now on.
+  // Begins again with what is printed from now on.
   void Restart();
 
  private:
-  harness::Host& host;
+  void Settle() const;
+
+  harness::Desk& desk;
   std::size_t start = 0;
 };
 

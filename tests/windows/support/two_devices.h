@@ -54,7 +54,7 @@ class TwoDevices : public testing::Test {
   inline static std::unique_ptr<PluggedDevice> b;
   inline static std::int32_t keys = 0;
   inline static std::int32_t synth = 0;
-  ConsoleView console{bridge->GetHost()};
+  ConsoleView console{bridge->GetDesk()};
 };
 
 }  // namespace corvalint::windows_test
