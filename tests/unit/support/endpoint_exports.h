@@ -1,0 +1,119 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "corvalint_wrapper.h"
+#include "support/console_capture.h"
+#include "support/fake_clock.h"
+#include "winmidi/midi_endpoint_registry.h"
+
+namespace corvalint::test {
+
+// Sources and destinations answer alike, each from its own list. A test of both runs with each.
+struct Exports {
+  const char* kind;
+  corvalint_int64 (*count)();
+  int (*idAt)(int);
+  unsigned int (*nameLength)(int);
+  char (*nameByte)(int, int);
+  void (*toggle)(unsigned int);
+  corvalint_bool (*status)(int);
+  corvalint_bool (*available)(int);
+};
+
+inline constexpr Exports kSources = {"source",
+                                     corvalintServerGetCountOfSources,
+                                     get_unique_id_source,
+                                     get_source_name_length,
+                                     corvalintServerGetActiveMIDISourceName,
+                                     set_source_status,
+                                     get_source_status,
+                                     get_source_available};
+inline constexpr Exports kDestinations = {"destination",
+                                          corvalintServerGetCountOfDestinations,
+                                          get_unique_id_destination,
+                                          get_dest_name_length,
+                                          corvalintServerGetActiveMIDIDestName,
+                                          set_destination_status,
+                                          get_destination_status,
+                                          get_destination_available};
+
+static_assert(sizeof(corvalint_bool) == 1 && sizeof(corvalint_int64) == 8);
+
+// The one registry, which a test fills and which is empty again after it.
+class EndpointExportsTest : public testing::Test {
+ protected:
+  ~EndpointExportsTest() override { Clear(); }
+
+  static MidiEndpoint& AddSource(const std::string& name, std::int32_t id) {
+    const auto source = std::make_shared<MidiSourceEndpoint>(GetMidiEndpointRegistry());
+    Fill(*source, name, id);
+    CriticalSectionScope hold(GetMidiEndpointRegistry().listLock);
+    GetMidiEndpointRegistry().sources.push_back(source);
+    return *source;
+  }
+  static MidiEndpoint& AddDestination(const std::string& name, std::int32_t id) {
+    const auto destination = std::make_shared<MidiDestinationEndpoint>();
+    Fill(*destination, name, id);
+    CriticalSectionScope hold(GetMidiEndpointRegistry().listLock);
+    GetMidiEndpointRegistry().destinations.push_back(destination);
+    return *destination;
+  }
+
+  ConsoleCapture console;
+  FakeClock clock;
+
+ private:
+  static void Fill(MidiEndpoint& endpoint, const std::string& name, std::int32_t id) {
+    endpoint.name = name;
+    endpoint.uniqueId = id;
+  }
+  static void Clear() {
+    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
+    registry.delegate = nullptr;
+    CriticalSectionScope hold(registry.listLock);
+    registry.sources.clear();
+    registry.destinations.clear();
+  }
+};
+
+class EitherList : public EndpointExportsTest, public testing::WithParamInterface<Exports> {
+ protected:
+  bool IsSources() const { return GetParam().count == kSources.count; }
+  MidiEndpoint& Add(const std::string& name, std::int32_t id) {
+    return IsSources() ? AddSource(name, id) : AddDestination(name, id);
+  }
+  MidiEndpoint& AddToTheOtherList(const std::string& name, std::int32_t id) {
+    return IsSources() ? AddDestination(name, id) : AddSource(name, id);
+  }
+  std::string NameOf(int id) const {
+    std::string name;
+    const auto length = static_cast<int>(GetParam().nameLength(id));
+    for (int i = 0; i < length; ++i) name += GetParam().nameByte(id, i);
+    return name;
+  }
+
+  template <class Call>
+  static void ExpectOutOfRange(const std::string& text, Call call) {
+    try {
+      call();
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const std::out_of_range& failure) {
+      EXPECT_EQ(failure.what(), text);
+    }
+  }
+  void ExpectNoPosition(int position) const {
+    SCOPED_TRACE(position);
+    ExpectOutOfRange("invalid vector<T> subscript", [&] { GetParam().idAt(position); });
+  }
+  void ExpectNoByte(int id, int position) const {
+    SCOPED_TRACE(position);
+    ExpectOutOfRange("invalid string position", [&] { GetParam().nameByte(id, position); });
+  }
+};
+
+}  // namespace corvalint::test
