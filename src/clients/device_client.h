@@ -8,7 +8,7 @@
 namespace corvalint {
 
 // A connected device as the senders see it. Whoever uses a client from the list borrows it for that
-// use (ClientBorrow); a client ends only when nobody borrows it any more.
+// use (ClientWalk); a client ends only when nobody borrows it any more.
 class DeviceClient {
  public:
   // Writes one frame with `size` bytes of payload (1 to 131072) to the device's stream. A frame

@@ -14,13 +14,12 @@ namespace corvalint {
 // clients, the two locks, and the messages to devices.
 //
 // Messages, as OSC packets in one frame each (docs/wire-format.md):
-//   "/midi"                    string endpoint name, int32 id, int64 nanoseconds, blob of MIDI
-//   bytes
-//   "/add_remote_source" and its three fellows      string endpoint name, int32 id
+//   "/midi"         string endpoint name, int32 id, int64 nanoseconds, blob of MIDI bytes
+//   announcements   string endpoint name, int32 id
 // A message that does not fit its buffer (131072 bytes, announcements 4096) throws
 // osc::OutOfBufferMemoryException out of the sender; nothing is sent and nothing is printed. What
-// happens to a frame at one client does not touch the delivery to the others. Senders may be called
-// on any thread that does not hold `midiLock` without holding `clientLock`.
+// happens to a frame at one client does not touch the delivery to the others. A caller
+// that holds `midiLock` must have entered `clientLock` before it.
 class UsbServer {
  public:
   // MIDI to every device.

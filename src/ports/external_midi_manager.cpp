@@ -8,17 +8,19 @@ namespace corvalint {
 
 namespace {
 
-// Closes a new port that nobody took over, with no lock held, also when an exception passes.
+// Makes a driver port and closes it again, with no lock held, if nobody takes it over.
 class UnclaimedPort {
  public:
-  explicit UnclaimedPort(std::shared_ptr<VirtualMidiPort> newPort) : port(std::move(newPort)) {}
+  UnclaimedPort() = default;
   ~UnclaimedPort() {
     if (port != nullptr) port->Close();
   }
   UnclaimedPort(const UnclaimedPort&) = delete;
   UnclaimedPort& operator=(const UnclaimedPort&) = delete;
 
-  VirtualMidiPort& operator*() const { return *port; }
+  void Make(const std::string& name, DesktopNames& names) {
+    port = VirtualMidiPort::Create(name, names);
+  }
   const std::shared_ptr<VirtualMidiPort>& Get() const { return port; }
   void Claimed() { port.reset(); }
 
@@ -33,34 +35,49 @@ ExternalMidiManager::ExternalMidiManager(UsbServer& usbServer, CriticalSection& 
     : server(usbServer), midiLock(lock), names(desktopNames) {}
 
 void ExternalMidiManager::AddRemoteSource(std::string name, std::uint32_t id) {
-  if (!Publish(EndpointKind::source, name, id)) return;
-  server.SendAddRemoteSource(std::move(name), static_cast<std::int32_t>(id), deviceKey);
+  AddRemote(EndpointKind::source, Announcement::addRemoteSource, name, id);
 }
 
 void ExternalMidiManager::AddRemoteDestination(std::string name, std::uint32_t id) {
-  if (!Publish(EndpointKind::destination, name, id)) return;
-  server.SendAddRemoteDestination(std::move(name), static_cast<std::int32_t>(id), deviceKey);
+  AddRemote(EndpointKind::destination, Announcement::addRemoteDestination, name, id);
 }
 
-// False when the id was known already. The driver makes a port outside `midiLock`, which played
-// notes wait for, so what the tables say is looked up again afterwards: a second stream of the same
-// device may have been faster.
-bool ExternalMidiManager::Publish(EndpointKind kind, const std::string& name, std::uint32_t id) {
-  {
-    CriticalSectionScope hold(midiLock);
-    if (PortWithId(kind, id) != nullptr) return false;
-    if (AttachToExistingPort(kind, name, id)) return true;
+// The driver makes a port with no lock held, since played notes wait for both; afterwards the
+// tables are looked at again, as a second stream of the same device may have been faster.
+// `clientLock` is kept over the change and its announcement: a removal cannot be told before the
+// addition.
+void ExternalMidiManager::AddRemote(EndpointKind kind, Announcement what, const std::string& name,
+                                    std::uint32_t id) {
+  UnclaimedPort newPort;
+  for (;;) {
+    {
+      CriticalSectionScope holdClients(server.clientLock);
+      const Attachment result = Attach(kind, name, id, newPort.Get());
+      if (result == Attachment::idKnown) return;
+      if (result != Attachment::needsPort) {
+        if (result == Attachment::toNewPort) newPort.Claimed();
+        server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
+        break;
+      }
+    }
+    newPort.Make(name, names);
   }
-  UnclaimedPort port(VirtualMidiPort::Create(name, names));
+  PrintAnnounced(what, name, static_cast<std::int32_t>(id));
+}
+
+ExternalMidiManager::Attachment ExternalMidiManager::Attach(EndpointKind kind,
+                                                            const std::string& name,
+                                                            std::uint32_t id,
+                                                            const PortPointer& newPort) {
   CriticalSectionScope hold(midiLock);
-  if (PortWithId(kind, id) != nullptr) return false;
-  if (AttachToExistingPort(kind, name, id)) return true;
-  (*port).SetOwner(this, deviceKey);
-  ports.push_back(port.Get());
+  if (PortWithId(kind, id) != nullptr) return Attachment::idKnown;
+  if (AttachToExistingPort(kind, name, id)) return Attachment::toExistingPort;
+  if (newPort == nullptr) return Attachment::needsPort;
+  newPort->SetOwner(this, deviceKey);
   // A new port's record carries no device key of its own; the port's is the one that is passed on.
-  (*port).AddRecord(kind, name, id, "");
-  port.Claimed();
-  return true;
+  newPort->AddRecord(kind, name, id, "");
+  ports.push_back(newPort);
+  return Attachment::toNewPort;
 }
 
 bool ExternalMidiManager::AttachToExistingPort(EndpointKind kind, const std::string& name,

@@ -60,7 +60,12 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
  private:
   using PortPointer = std::shared_ptr<VirtualMidiPort>;
 
-  bool Publish(EndpointKind kind, const std::string& name, std::uint32_t id);
+  // What became of a new endpoint.
+  enum class Attachment { idKnown, toExistingPort, toNewPort, needsPort };
+
+  void AddRemote(EndpointKind kind, Announcement what, const std::string& name, std::uint32_t id);
+  Attachment Attach(EndpointKind kind, const std::string& name, std::uint32_t id,
+                    const PortPointer& newPort) CORVALINT_EXCLUDES(midiLock);
   bool AttachToExistingPort(EndpointKind kind, const std::string& name, std::uint32_t id)
       CORVALINT_REQUIRES(midiLock);
   PortPointer PortWithId(EndpointKind kind, std::uint32_t id) CORVALINT_REQUIRES(midiLock);

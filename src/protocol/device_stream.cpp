@@ -31,7 +31,16 @@ DeviceStream::~DeviceStream() {
 }
 
 void DeviceStream::Open(int connectedSocket) {
+  std::vector<char> room;
+  try {
+    room.reserve(kMostKept);
+  } catch (...) {
+    Use<SocketApi>().close(connectedSocket);
+    throw;
+  }
   CriticalSectionScope hold(lock);
+  kept.swap(room);
+  keptBegin = 0;
   socket = connectedSocket;
 }
 
@@ -144,7 +153,6 @@ bool DeviceStream::SendKept(int open) {
 }
 
 void DeviceStream::Keep(const char* bytes, std::size_t count) {
-  if (kept.capacity() == 0) kept.reserve(kMostKept);
   if (kept.size() + count > kMostKept) {
     kept.erase(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(keptBegin));
     keptBegin = 0;

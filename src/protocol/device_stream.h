@@ -28,7 +28,8 @@ class DeviceStream {
   DeviceStream(const DeviceStream&) = delete;
   DeviceStream& operator=(const DeviceStream&) = delete;
 
-  // Takes over a connected, non-blocking socket. The receiving thread, while the stream is closed.
+  // Takes over a connected, non-blocking socket, also when it throws std::bad_alloc. The receiving
+  // thread, while the stream is closed.
   void Open(int connectedSocket) CORVALINT_EXCLUDES(lock);
   bool IsOpen() const { return socket > 0; }
 
@@ -60,7 +61,7 @@ class DeviceStream {
   bool receiving CORVALINT_GUARDED_BY(lock) = false;
   int closeAfterReceive CORVALINT_GUARDED_BY(lock) = 0;
   std::vector<char> staging CORVALINT_GUARDED_BY(lock);
-  std::vector<char> kept CORVALINT_GUARDED_BY(lock);
+  std::vector<char> kept CORVALINT_GUARDED_BY(lock);  // has its full room while the stream is open
   std::size_t keptBegin CORVALINT_GUARDED_BY(lock) = 0;
   std::uint64_t dropped CORVALINT_GUARDED_BY(lock) = 0;  // frames since the last report
 };

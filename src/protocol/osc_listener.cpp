@@ -21,6 +21,7 @@ void OscListener::ProcessPacket(const char* data, std::size_t size,
                                 const RemoteEndpoint& endpoint) {
   const osc::ReceivedPacket packet(data, CheckedSize(size));
   if (packet.IsBundle()) {
+    CheckBundle(data, size);
     ProcessBundle(osc::ReceivedBundle(packet), endpoint);
   } else {
     CheckMessage(data, size);
@@ -40,6 +41,7 @@ void OscListener::ProcessBundle(const osc::ReceivedBundle& bundle, const RemoteE
     }
     const osc::ReceivedBundleElement element = *innermost.next++;
     if (element.Size() > 0 && element.IsBundle()) {
+      CheckBundle(element.Contents(), static_cast<std::size_t>(element.Size()));
       Open(osc::ReceivedBundle(element));
     } else {
       CheckMessage(element.Contents(), static_cast<std::size_t>(element.Size()));

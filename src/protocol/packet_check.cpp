@@ -3,7 +3,6 @@
 #include <osc/OscReceivedElements.h>
 
 #include <cstdint>
-#include <cstring>
 
 #include "protocol/big_endian.h"
 
@@ -24,12 +23,14 @@ struct Rest {
     size -= count;
   }
 
-  // A text with its zero byte, filled up to a multiple of four bytes.
+  // A text with its zero byte, filled up to a multiple of four bytes. The OSC library looks for the
+  // end at every fourth byte only, whatever stands between, so this does too.
   void SkipText(const char* complaint) {
-    const void* zero = size == 0 ? nullptr : std::memchr(at, 0, size);
-    if (zero == nullptr) throw osc::MalformedMessageException(complaint);
-    const auto length = static_cast<std::size_t>(static_cast<const char*>(zero) - at) + 1;
-    Skip((length + 3) & ~std::size_t{3});
+    if (size >= 4 && at[0] == '\0') return Skip(4);
+    std::size_t last = 3;
+    while (last < size && at[last] != '\0') last += 4;
+    if (last >= size) throw osc::MalformedMessageException(complaint);
+    Skip(last + 1);
   }
 
   void SkipBlob() {
@@ -66,12 +67,25 @@ void CheckArgument(char typeTag, Rest& arguments) {
 }  // namespace
 
 void CheckMessage(const char* message, std::size_t size) {
+  if (size == 0) return;
   Rest rest{message, size};
   rest.SkipText("unterminated address pattern");
   if (rest.size == 0 || *rest.at != ',') return;  // no type tags
   const char* typeTag = rest.at + 1;
   rest.SkipText("type tags were not terminated before end of message");
   for (; *typeTag != '\0'; ++typeTag) CheckArgument(*typeTag, rest);
+}
+
+void CheckBundle(const char* bundle, std::size_t size) {
+  constexpr std::size_t kIdentifierAndTimeTag = 16;
+  std::size_t at = kIdentifierAndTimeTag;
+  while (at < size) {
+    const std::size_t left = size - at;
+    if (left < 4 || ReadBigEndian32(bundle + at) > left - 4) {
+      throw osc::MalformedBundleException("packet too short for bundle element");
+    }
+    at += 4 + ReadBigEndian32(bundle + at);
+  }
 }
 
 }  // namespace corvalint

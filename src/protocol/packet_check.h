@@ -4,10 +4,17 @@
 
 namespace corvalint {
 
-// Checks that every string, number and blob that an OSC message claims lies inside its `size`
-// bytes, so that the OSC library decodes nothing else. Throws osc::MalformedMessageException:
-// "invalid blob size" for a blob of more than 0x7FFFFFFC bytes, "arguments exceed message size" and
-// its fellows for the rest. What is wrong in other ways is left to the OSC library to refuse.
+// The OSC library is given only what these let pass: every size and offset that a packet claims
+// lies inside it. What is wrong in other ways is left to that library to refuse.
+
+// Every string, number and blob of a message, its texts ended where the OSC library ends them.
+// Throws osc::MalformedMessageException: "invalid blob size" for a blob of more than 0x7FFFFFFC
+// bytes, "arguments exceed message size" and its fellows for the rest.
 void CheckMessage(const char* message, std::size_t size);
+
+// The sizes of a bundle's own elements, not what is in them: the OSC library adds them up in 32
+// bits and would walk in a circle. Throws osc::MalformedBundleException "packet too short for
+// bundle element".
+void CheckBundle(const char* bundle, std::size_t size);
 
 }  // namespace corvalint

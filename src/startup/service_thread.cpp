@@ -1,9 +1,6 @@
 #include "startup/service_thread.h"
 
-#include <exception>
-
 #include "platform/clock.h"
-#include "service/log.h"
 #include "usb/usb_server_thread.h"
 #include "winmidi/midi_scan.h"
 
@@ -15,15 +12,6 @@ namespace {
 
 constexpr std::uint32_t kScanMilliseconds = 5000;
 
-void ScanOnce() {
-  try {
-    ScanMidiDevices(GetMidiEndpointRegistry());
-  } catch (const std::exception& failure) {
-    // The next scan is another chance.
-    LogError("MIDI scan failed: %s", failure.what());
-  }
-}
-
 }  // namespace
 
 void RunService() {
@@ -33,7 +21,7 @@ void RunService() {
   server->Start();
   while (ServiceRunning) {
     Use<ClockApi>().sleep(kScanMilliseconds);
-    ScanOnce();
+    ScanMidiDevices(GetMidiEndpointRegistry());
   }
 }
 

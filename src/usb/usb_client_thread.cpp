@@ -1,7 +1,5 @@
 #include "usb/usb_client_thread.h"
 
-#include <exception>
-
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "service/console.h"
@@ -81,7 +79,7 @@ bool UsbClientThread::OpenPort() {
   const std::uint32_t result = Use<MobileDeviceApi>().usbMuxConnectByPort(
       connectionId, sockets.toNetworkOrder(kDevicePort), &connected);
   const auto socket = static_cast<int>(connected);
-  if (result != 0) {
+  if (result != 0 || socket <= 0) {
     LogError("USBMuxConnectByPort = %x, handle=%x", result, static_cast<unsigned>(socket));
     return false;
   }
@@ -99,8 +97,10 @@ bool UsbClientThread::OpenPort() {
 }
 
 void UsbClientThread::AnnounceEndpoints() {
+  unannounced = 0;
   AnnounceDesktop(GetMidiEndpointRegistry());
   AnnounceOtherDevices();
+  if (unannounced > 0) LogDebug("endpoints with names too long to announce: %d", unannounced);
 }
 
 // No toggle runs meanwhile, so an endpoint that is switched off cannot be announced after its end.
@@ -136,8 +136,8 @@ void UsbClientThread::AnnounceOtherDevices() {
 void UsbClientThread::AnnounceOne(Announcement what, const std::string& name, std::int32_t id) {
   try {
     AnnouncementPacket(what, name, id).SendTo(*this);
-  } catch (const osc::OutOfBufferMemoryException& failure) {
-    LogDebug("endpoint not announced: %s", failure.what());
+  } catch (const osc::OutOfBufferMemoryException&) {
+    ++unannounced;
   }
 }
 

@@ -45,6 +45,7 @@ class UsbClientThread final : public BaseClientThread {
 
   const DeviceHandle device;
   std::uint32_t connectionId = 0;  // usbmux's number of the device, 0 while unknown; own thread
+  int unannounced = 0;             // endpoints of the last announcement; own thread
 };
 
 }  // namespace corvalint

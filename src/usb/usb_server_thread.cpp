@@ -39,7 +39,7 @@ UsbServerThread::UsbServerThread() = default;
 
 std::uint32_t UsbServerThread::Run() {
   const MobileDeviceApi& library = Use<MobileDeviceApi>();
-  midiLock.store(new CriticalSection, std::memory_order_release);
+  midiLock.store(&publishedPortsLock, std::memory_order_release);
   ScanMidiDevices(GetMidiEndpointRegistry());
 
   void* notification = nullptr;
@@ -97,7 +97,8 @@ void UsbServerThread::HandleNotification(const void* record) {
   }
 }
 
-// Takes neither `clientLock` nor `midiLock`: a device can arrive while a sender holds them.
+// A device can arrive while a sender holds `clientLock` or `midiLock`; only the very first one
+// makes the controller, which announces what is open.
 void UsbServerThread::OnDeviceConnected(DeviceHandle device) {
   ExternalMidiManager& manager = ManagerFor(GetDeviceIdentifier(device));
   auto* const client = new UsbClientThread(*this, device, manager);
@@ -112,7 +113,7 @@ ExternalMidiManager& UsbServerThread::ManagerFor(const std::string& deviceKey) {
     known->second->deviceDisconnected = false;
     return *known->second;
   }
-  auto* const manager = new ExternalMidiManager(*this, *midiLock.load(), desktopNames);
+  auto* const manager = new ExternalMidiManager(*this, publishedPortsLock, desktopNames);
   manager->SetDeviceKey(deviceKey);
   {
     CriticalSectionScope hold(managersLock);

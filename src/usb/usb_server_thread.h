@@ -56,8 +56,8 @@ class UsbServerThread final : public CThread, public UsbServer {
       CORVALINT_REQUIRES(notificationLock);
   UsbClientThread* BorrowClientOf(DeviceHandle device) CORVALINT_REQUIRES(clientLock);
 
+  CriticalSection publishedPortsLock;  // `midiLock`, once the thread runs
   DesktopNames desktopNames;
-  const std::string hostName = "host-name";  // nothing reads it
 
   // Keeps the library's notifications one at a time, whatever threads it delivers them on.
   CriticalSection notificationLock;

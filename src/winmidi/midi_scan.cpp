@@ -168,17 +168,10 @@ void ClearFound(MidiEndpointRegistry& registry) CORVALINT_REQUIRES(registry.list
   for (const auto& source : registry.sources) source->found = false;
 }
 
-}  // namespace
-
-void ScanMidiDevices(MidiEndpointRegistry& registry) {
-  UsbServer* const server = theUsbServer;
-  if (server == nullptr) return;
-  CriticalSection* const midiLock = server->midiLock.load(std::memory_order_acquire);
-  if (midiLock == nullptr) return;
-
+void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& midiLock) {
   // Two scans never run into each other, nor a scan and a toggle.
   CriticalSectionScope holdDevices(registry.deviceLock);
-  const OwnPortsStayKnown known(*server);
+  const OwnPortsStayKnown known(server);
   const DesktopDevices devices = ReadDesktopDevices();
   registry.outputsAtScan = devices.outputCount;
   registry.inputsAtScan = devices.inputCount;
@@ -188,13 +181,13 @@ void ScanMidiDevices(MidiEndpointRegistry& registry) {
   ConsoleLines lines;
   {
     // Names are compared while no device changes its published endpoints.
-    CriticalSectionScope holdPorts(*midiLock);
+    CriticalSectionScope holdPorts(midiLock);
     {
       CriticalSectionScope hold(registry.listLock);
       ClearFound(registry);
     }
-    MatchOutputs(registry, *server, devices.outputs, lines);
-    MatchInputs(registry, *server, devices.inputs, lines);
+    MatchOutputs(registry, server, devices.outputs, lines);
+    MatchInputs(registry, server, devices.inputs, lines);
     CriticalSectionScope hold(registry.listLock);
     lostDestinations = TakeVanished(registry.destinations);
     lostSources = TakeVanished(registry.sources);
@@ -202,8 +195,23 @@ void ScanMidiDevices(MidiEndpointRegistry& registry) {
   lines.Print();
 
   // Closing waits for callbacks, and the messages need `clientLock`: neither under `midiLock`.
-  for (const auto& destination : lostDestinations) DropDestination(*destination, *server);
-  for (const auto& source : lostSources) DropSource(registry, source, *server);
+  for (const auto& destination : lostDestinations) DropDestination(*destination, server);
+  for (const auto& source : lostSources) DropSource(registry, source, server);
+}
+
+}  // namespace
+
+void ScanMidiDevices(MidiEndpointRegistry& registry) {
+  UsbServer* const server = theUsbServer;
+  if (server == nullptr) return;
+  CriticalSection* const midiLock = server->midiLock.load(std::memory_order_acquire);
+  if (midiLock == nullptr) return;
+  try {
+    Scan(registry, *server, *midiLock);
+  } catch (const std::exception& failure) {
+    // The next scan is another chance.
+    LogError("MIDI scan failed: %s", failure.what());
+  }
 }
 
 }  // namespace corvalint

@@ -18,6 +18,7 @@ constexpr std::uint32_t kCloseRetryMilliseconds = 10;
 MidiResult QueueBuffers(MidiInHandle handle, MidiInputBuffers& buffers) {
   const WinMidiApi& winmm = Use<WinMidiApi>();
   for (MidiHeader& header : buffers.headers) {
+    header.flags = 0;  // whatever an earlier open left there
     MidiResult result = winmm.midiInPrepareHeader(handle, &header, sizeof header);
     if (result == kMidiNoError) result = winmm.midiInAddBuffer(handle, &header, sizeof header);
     if (result != kMidiNoError) return result;

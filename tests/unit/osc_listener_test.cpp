@@ -145,6 +145,20 @@ TEST(OscListener, AnElementBeyondTheBundleIsMalformed) {
                osc::MalformedBundleException);
 }
 
+// Such a size wraps to nothing in 32 bits and must not keep the walk in one place for ever, neither
+// in a bundle nor in a bundle inside one.
+TEST(OscListener, AnElementSizeThatWrapsIsMalformed) {
+  const std::string endless = OscText("#bundle") + OscInt64(1) + OscInt32(-4);
+  Listener listener;
+  EXPECT_EQ(listener.Refused<osc::MalformedBundleException>(endless),
+            "packet too short for bundle element");
+  EXPECT_EQ(listener.Refused<osc::MalformedBundleException>(
+                OscText("#bundle") + OscInt64(2) +
+                OscInt32(static_cast<std::int32_t>(endless.size())) + endless),
+            "packet too short for bundle element");
+  EXPECT_EQ(listener.events, (Events{"started 2"}));
+}
+
 TEST(OscListener, AnElementWithoutBytesIsNoMessage) {
   Listener listener;
   EXPECT_THROW(listener.Take(OscBundle(1, {""})), osc::MalformedMessageException);

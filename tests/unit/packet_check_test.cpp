@@ -74,7 +74,7 @@ TEST(CheckMessage, ABlobThatNoMessageCanHoldHasAnInvalidSize) {
 
 TEST(CheckMessage, TheAddressMustEnd) {
   EXPECT_EQ(Complaint("/abc"), "unterminated address pattern");
-  EXPECT_EQ(Complaint(""), "unterminated address pattern");
+  EXPECT_EQ(Complaint(""), "");  // the OSC library has its own word for an empty message
 }
 
 TEST(CheckMessage, TheTypeTagsMustEnd) {
@@ -83,9 +83,49 @@ TEST(CheckMessage, TheTypeTagsMustEnd) {
 }
 
 TEST(CheckMessage, PaddingMustBeInsideTheMessage) {
-  EXPECT_EQ(Complaint(std::string("/x\0", 3)), "arguments exceed message size");
+  EXPECT_EQ(Complaint(std::string("/x\0", 3)), "unterminated address pattern");
   EXPECT_EQ(Complaint(OscMessage("/x", "s", std::string("ab\0", 3))),
-            "arguments exceed message size");
+            "unterminated string argument");
+}
+
+// The OSC library looks for a text's end at every fourth byte, whatever stands before.
+TEST(CheckMessage, ATextEndsWhereTheOscLibraryEndsIt) {
+  const std::string odd(
+      "ab\0c"
+      "defg"
+      "hij\0",
+      12);
+  EXPECT_EQ(Complaint(OscMessage("/x", "si", odd + OscInt32(1))), "");
+  EXPECT_EQ(Complaint(OscMessage("/x", "si", odd)), "arguments exceed message size");
+  EXPECT_EQ(Complaint(OscMessage("/x", "s", odd.substr(0, 8))), "unterminated string argument");
+}
+
+std::string BundleComplaint(const std::string& bundle) {
+  const std::unique_ptr<char[]> block(new char[bundle.size()]);
+  std::memcpy(block.get(), bundle.data(), bundle.size());
+  try {
+    CheckBundle(block.get(), bundle.size());
+  } catch (const osc::MalformedBundleException& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+TEST(CheckBundle, AcceptsElementsThatFillIt) {
+  const std::string head = OscText("#bundle") + OscInt64(1);
+  EXPECT_EQ(BundleComplaint(head), "");
+  EXPECT_EQ(BundleComplaint(head + OscInt32(4) + OscText("/x") + OscInt32(0)), "");
+}
+
+// A size of 0xFFFFFFFC plus the four bytes of the size itself is 0 in 32 bits: whoever adds it up
+// in 32 bits never gets on.
+TEST(CheckBundle, RefusesAnElementThatClaimsMoreThanThereIs) {
+  const std::string head = OscText("#bundle") + OscInt64(1);
+  for (const std::int32_t size : {-4, -8, 4, 8, 0x7FFFFFFC}) {
+    EXPECT_EQ(BundleComplaint(head + OscInt32(size)), "packet too short for bundle element")
+        << size;
+  }
+  EXPECT_EQ(BundleComplaint(head + "abc"), "packet too short for bundle element");
 }
 
 }  // namespace
