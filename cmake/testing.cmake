@@ -14,6 +14,12 @@ set(testEnvironment
   "UBSAN_OPTIONS=print_stacktrace=1"
   "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
 
+# Tests are compiled without optimisation: that halves the time of a first build, and what they test
+# is compiled as the tree says.
+function(corvalint_compile_quickly target)
+  target_compile_options(${target} PRIVATE -O0)
+endfunction()
+
 # corvalint_add_test(NAME SOURCES file... [LIBS target...] [TIMEOUT seconds] [LABELS label...]
 #                    [ENVIRONMENT name=value...] [RUN_SERIAL])
 # Makes the GoogleTest program NAME and registers it with ctest as one test.
@@ -24,6 +30,7 @@ function(corvalint_add_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   corvalint_warnings(${name})
+  corvalint_compile_quickly(${name})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
   set(test ${CORVALINT_TEST_PREFIX}${name})
   add_test(NAME ${test} COMMAND ${testLauncher} $<TARGET_FILE:${name}> --gtest_brief=1)
