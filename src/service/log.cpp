@@ -14,6 +14,7 @@
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "service/console.h"
+#include "service/log_limits.h"
 
 namespace corvalint {
 
@@ -183,6 +184,14 @@ void LogInit(const char* path) {
 
 void LogSetThreshold(int level) {
   if (Log* log = theLog.load()) log->threshold = level;
+}
+
+void LogSetLimits(std::int32_t kibibytes, std::int32_t backups) {
+  Log* log = theLog.load();
+  if (log == nullptr) return;
+  CriticalSectionScope hold(log->lock);
+  sizeLimit = kibibytes;
+  log->backups = backups;
 }
 
 void LogRotate() {

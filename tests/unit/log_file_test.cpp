@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
@@ -82,6 +84,21 @@ TEST_F(LogTest, TruncatesAtTheStartAFileOfOneByteMore) {
   EXPECT_EQ(Text(), "");
   LogInfo("fresh");
   EXPECT_EQ(Text(), kHead + "INFO fresh\n");
+}
+
+// More bytes than a 32-bit count or position can hold; the file has holes and takes no space.
+TEST_F(LogTest, TruncatesAtTheStartAFileOfSeveralGibibytes) {
+  for (const std::uintmax_t gibibytes : {2u, 3u, 4u, 5u}) {
+    SCOPED_TRACE(gibibytes);
+    LogResetForTest();
+    const std::string path = process.Folder().PathOf("log");
+    process.Folder().Write("log", "");
+    std::filesystem::resize_file(path, gibibytes << 30);
+    calls.Take();
+    LogInit("log");
+    EXPECT_EQ(calls.Take(), (Calls{"openFile(log, r)", "openFile(log, w)"}));
+    EXPECT_EQ(std::filesystem::file_size(path), 0u);
+  }
 }
 
 TEST_F(LogTest, ALineThatReachesTheLimitStays) {

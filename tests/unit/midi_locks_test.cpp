@@ -1,11 +1,17 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <future>
 #include <string>
 #include <thread>
 
 #include "support/midi_desk.h"
+#include "support/test_server.h"
 #include "winmidi/midi_destination.h"
 #include "winmidi/midi_link_controller.h"
 #include "winmidi/midi_scan.h"
@@ -17,6 +23,42 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+
+// A standard output that takes nothing until it is drained, and then everything.
+class FullPipe {
+ public:
+  FullPipe() {
+    std::fflush(stdout);
+    original = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const std::string filler(4096, '.');
+    while (write(ends[1], filler.data(), filler.size()) > 0) {
+    }
+    while (write(ends[1], ".", 1) > 0) {
+    }
+    EXPECT_EQ(fcntl(ends[1], F_SETFL, 0), 0);
+    EXPECT_EQ(dup2(ends[1], STDOUT_FILENO), STDOUT_FILENO);
+    close(ends[1]);
+  }
+  ~FullPipe() {
+    EXPECT_EQ(dup2(original, STDOUT_FILENO), STDOUT_FILENO);
+    close(original);
+    close(ends[0]);
+  }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+
+  // What is printed from now on fits into the room that this makes.
+  void Drain() const {
+    char part[4096];
+    while (read(ends[0], part, sizeof part) > 0) {
+    }
+  }
+
+ private:
+  int original = -1;
+  int ends[2] = {-1, -1};
+};
 
 class MidiLocks : public MidiDesk {
  protected:
@@ -80,6 +122,28 @@ TEST_F(MidiLocks, ANoteDuringTheRemovalOfItsSourceDoesNotLockUp) {
   Forget();
 }
 
+// Standard output may be a pipe that nobody empties for a while.
+TEST_F(MidiLocks, AScanThatCannotPrintKeepsTheLockOfThePublishedPortsFromNobody) {
+  winmm.SetOutputs({"Synth"});
+  winmm.SetInputs({"Keys"});
+  TestServer other;  // asks no question aloud
+  std::future<void> sender;
+  bool sentInTime = false;
+  {
+    const FullPipe output;
+    std::thread scanner([this] { Scan(); });
+    while (other.questions < 2) std::this_thread::yield();
+    sender = std::async(std::launch::async, [&] { CriticalSectionScope holdPorts(other.Lock()); });
+    sentInTime = sender.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    output.Drain();
+    scanner.join();
+    sender.wait();
+  }
+  EXPECT_TRUE(sentInTime);
+  EXPECT_EQ(registry.SourceCount(), 1);
+  Forget();
+}
+
 TEST_F(MidiLocks, TwoScansAtOnceDoNotEraseEachOthersRecords) {
   winmm.SetOutputs({"Synth"});
   winmm.SetInputs({"Keys"});
@@ -115,6 +179,7 @@ TEST_F(MidiLocks, AToggleWaitsForTheScanThatIsUnderWay) {
       registry.ToggleDestination(id);
     });
     toggling.Wait();
+    for (int i = 0; i < 200; ++i) std::this_thread::yield();
     EXPECT_EQ(winmm.Count("midiOutOpen"), 0);
   });
   winmm.WhenCalled("midiOutOpen", [this] { EXPECT_EQ(server.scans, 0); });

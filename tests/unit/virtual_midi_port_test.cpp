@@ -247,6 +247,7 @@ TEST_F(VirtualMidiPortTest, ClosesOnlyAfterAWriteThatIsUnderWay) {
       port->Close();
     });
     started.get_future().wait();
+    for (int i = 0; i < 200; ++i) std::this_thread::yield();
   });
   const std::uint8_t note[] = {0x90, 60, 100};
   port->SendData(*record, note, 3);

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+
+namespace corvalint {
+
+// Replaces the limits that LogInit sets, 2048 KiB and no copies, until the next LogInit. A limit
+// below 1 turns the size checks off. `backups` is how many numbered copies a truncation leaves,
+// ".1" being the youngest. Any thread; nothing without a log.
+void LogSetLimits(std::int32_t kibibytes, std::int32_t backups);
+
+}  // namespace corvalint
