@@ -83,6 +83,16 @@ TEST_F(BaseClientThreadTest, FramesAreReadOneAfterTheOther) {
   EXPECT_EQ(console.Take(), kEnd);
 }
 
+TEST_F(BaseClientThreadTest, EveryPacketComesWithTheDevicesEndpoint) {
+  client.SetEndpoint({0, 23451});
+  client.recorder = [this](const std::string& address, const RemoteEndpoint& endpoint) {
+    addresses.push_back(address + " from " + std::to_string(endpoint.address) + ":" +
+                        std::to_string(endpoint.port));
+  };
+  RunOver(MessageFrame("/a") + FrameOf(OscBundle(1, {OscMessage("/b", "", "")})));
+  EXPECT_EQ(addresses, (Lines{"/a from 0:23451", "/b from 0:23451"}));
+}
+
 TEST_F(BaseClientThreadTest, ABurstOfSmallFramesCostsOneReceive) {
   RunOver(MessageFrame("/a") + MessageFrame("/b") + MessageFrame("/c"));
   EXPECT_EQ(addresses.size(), 3u);
@@ -250,6 +260,7 @@ TEST_F(BaseClientThreadTest, WhatCannotBeReadLeavesTheConnectionOpen) {
       {OscMessage("/x", "b", OscInt32(0x7FFFFFFDu)), "invalid blob size"},
       {OscMessage("/x", "h", OscInt32(1)), "arguments exceed message size"},
       {"abcd", "unterminated address pattern"},
+      {"/", "element size must be multiple of four"},  // the shortest payload of all
   };
   for (const Case& wrong : cases) {
     addresses.clear();
@@ -257,7 +268,7 @@ TEST_F(BaseClientThreadTest, WhatCannotBeReadLeavesTheConnectionOpen) {
     EXPECT_EQ(addresses, (Lines{"/a"}));
     EXPECT_EQ(console.Take(), "Error parsing message: " + wrong.complaint + "\n" + kEnd);
   }
-  EXPECT_EQ(client.disconnects, 4);  // one at the end of each stream
+  EXPECT_EQ(client.disconnects, 5);  // one at the end of each stream
 }
 
 // The OSC library throws something of another family here.

@@ -142,12 +142,16 @@ TEST_F(MessageDispatchTest, TheHostsClockWraps) {
 }
 
 TEST_F(MessageDispatchTest, AReconnectionKeepsTheClock) {
-  clock.SetTicks(10);
-  Take(OscMessage("/init_timing", "h", OscInt64(0)));
+  clock.SetTicks(10000);
+  Take(OscMessage("/init_timing", "h", OscInt64(400)));  // offset 999600
+  const auto second = client.Prepare();
+  second->SendFrame(MidiMessage("Piano", 1, 5, "\xF8"));
+  second->EndSending();
   peer->EndSending();
   client.RunToTheEnd();
-  EXPECT_EQ(client.Clock().clockOffset, 1000);
-  EXPECT_EQ(client.Clock().initHostTime, 1000);
+  EXPECT_EQ(client.disconnects, 2);
+  EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 1, 999605, "\xF8")}));
+  EXPECT_EQ(client.Clock().initHostTime, 1000000);
 }
 
 // --- MIDI
@@ -182,12 +186,24 @@ TEST_F(MessageDispatchTest, MidiForADesktopDestinationGoesToNoOtherDevice) {
 TEST_F(MessageDispatchTest, MidiForBothReachesBothAndNobodyElse) {
   Publish(7);
   AddDestination(7);
+  std::string printed = "the port was never asked";
+  driver.WhenSending([&](int) { printed = console.Text(); });
+  const std::string before = console.Text();
   Take(MidiMessage("Piano", 7, 5, kNote));
   EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)"}));
+  EXPECT_EQ(printed, before);  // the port comes first
   // The destination is closed, which its driver complains of: it was asked.
   EXPECT_NE(console.Take(), "");
   EXPECT_EQ(other.TakePackets(), (Packets{}));
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{}));
+}
+
+TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreAskedBeforeTheMidiGoesOut) {
+  std::string order;
+  other.scripted.whenHandled = [&] { order += "manager "; };
+  other.whenSent = [&] { order += "device "; };
+  Take(MidiMessage("Piano", 1, 5, kNote));
+  EXPECT_EQ(order, "manager device ");
 }
 
 TEST_F(MessageDispatchTest, RelayedMidiCarriesHostTime) {

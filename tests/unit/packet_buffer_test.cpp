@@ -3,50 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <new>
 #include <optional>
 #include <set>
 
 #include "clients/usb_server.h"
+#include "support/allocation_count.h"
 #include "support/test_server.h"
-
-namespace {
-
-// What the calling thread has taken from the heap so far.
-thread_local int allocations = 0;
-
-[[maybe_unused]] void* Counted(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-
-}  // namespace
-
-// clang's ThreadSanitizer brings its own operators, which cannot be replaced beside it.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define ALLOCATIONS_NOT_COUNTED
-#endif
-#endif
-
-#ifndef ALLOCATIONS_NOT_COUNTED
-void* operator new(std::size_t size) { return Counted(size); }
-void* operator new[](std::size_t size) { return Counted(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-constexpr bool kAllocationsCounted = true;
-#else
-constexpr bool kAllocationsCounted = false;
-#endif
 
 namespace corvalint {
 namespace {
+
+using test::allocations;
 
 class SilentOwner final : public EndpointOwner {
  public:
@@ -97,7 +66,6 @@ TEST(PacketBuffer, AllItsRoomIsItsOwn) {
 }
 
 TEST(PacketBuffer, UsesALargeBufferAgain) {
-  if (!kAllocationsCounted) GTEST_SKIP() << "this build counts no allocations";
   { PacketBuffer first(131072); }
   const int before = allocations;
   for (int i = 0; i < 10; ++i) PacketBuffer again(131072);
@@ -105,7 +73,6 @@ TEST(PacketBuffer, UsesALargeBufferAgain) {
 }
 
 TEST(PacketBuffer, KeepsAtMostEightLargeBuffers) {
-  if (!kAllocationsCounted) GTEST_SKIP() << "this build counts no allocations";
   std::array<std::optional<PacketBuffer>, 12> used;
   for (auto& buffer : used) buffer.emplace(std::size_t{131072});
   for (auto& buffer : used) buffer.reset();
@@ -115,7 +82,6 @@ TEST(PacketBuffer, KeepsAtMostEightLargeBuffers) {
 }
 
 TEST(MidiSenders, TakeNothingFromTheHeapForAMessage) {
-  if (!kAllocationsCounted) GTEST_SKIP() << "this build counts no allocations";
   test::TestServer server;
   CountingClient a, b;
   server.clients.Append(a);

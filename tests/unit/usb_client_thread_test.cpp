@@ -11,16 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "ports/desktop_names.h"
-#include "support/console_capture.h"
-#include "support/fake_clock.h"
-#include "support/fake_mobile_device.h"
-#include "support/log_capture.h"
-#include "support/osc_bytes.h"
-#include "support/recording_client.h"
-#include "support/scripted_sockets.h"
-#include "support/test_server.h"
-#include "support/tracked_threads.h"
+#include "support/usb_client_fixture.h"
 
 namespace corvalint {
 namespace {
@@ -30,96 +21,7 @@ using namespace test;
 using Lines = std::vector<std::string>;
 using Sleeps = std::vector<std::uint32_t>;
 
-// A client of the device "pad", connection 171 (0xAB). It runs on the test's own thread
-// (RunHere, which a hook must end) or on one of its own (StartThread).
-class UsbClientThreadTest : public testing::Test {
- protected:
-  UsbClientThreadTest() {
-    ClearDesktop();
-    client = new UsbClientThread(server, device, manager);
-    server.clients.Append(*client);
-  }
-  ~UsbClientThreadTest() override {
-    threads.JoinAll();
-    ClearDesktop();
-    EXPECT_EQ(threads.OpenHandles(), 0u);
-    EXPECT_EQ(threads.Terminated(), 0);
-    EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 1);
-    EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
-  }
-
-  static void ClearDesktop() {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.clear();
-    registry.destinations.clear();
-  }
-
-  template <class Endpoint>
-  static std::shared_ptr<Endpoint> Fill(std::shared_ptr<Endpoint> endpoint, const char* name,
-                                        std::int32_t id, bool on, bool open) {
-    static int anything;
-    endpoint->name = name;
-    endpoint->uniqueId = id;
-    endpoint->off = !on;
-    endpoint->handle = open ? &anything : nullptr;
-    return endpoint;
-  }
-  static void AddSource(const char* name, std::int32_t id, bool on = true, bool open = true) {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.push_back(
-        Fill(std::make_shared<MidiSourceEndpoint>(registry), name, id, on, open));
-  }
-  static void AddDestination(const char* name, std::int32_t id, bool on = true, bool open = true) {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.destinations.push_back(
-        Fill(std::make_shared<MidiDestinationEndpoint>(), name, id, on, open));
-  }
-
-  // Stops the client as the server does when the device leaves.
-  void Depart() {
-    ASSERT_TRUE(client->gate.TryBorrow());
-    client->Stop();
-    server.clients.Remove(*client);
-    client->gate.Return();
-  }
-  void DepartAtSleep(int number) {
-    clock.WhenSleeping([this, number](std::uint32_t) {
-      if (++sleeps == number) Depart();
-    });
-  }
-
-  void RunHere() {
-    threads.HoldNext();
-    client->Start();
-    threads.RunHeld();
-  }
-  std::unique_ptr<StreamPeer> StartThread() {
-    client->Start();
-    return library.NextStream(device);
-  }
-  // Whatever was announced stands before the answer.
-  static void ExpectAnnounced(StreamPeer& peer, const Lines& packets) {
-    peer.SendFrame(OscMessage("/init_timing", "h", OscInt64(0)));
-    for (const std::string& packet : packets) EXPECT_EQ(peer.ReceiveFrame(), packet);
-    EXPECT_EQ(peer.ReceiveFrame().substr(0, 12), OscText("/init_timing").substr(0, 12));
-  }
-
-  FakeClock clock;
-  LogCapture log;
-  ConsoleCapture console;
-  ScriptedSockets sockets;
-  FakeMobileDevice library;
-  TestServer server;
-  DesktopNames names;
-  ExternalMidiManager manager{server, server.Lock(), names};
-  TrackedThreads threads;
-  DeviceHandle device = library.AddDevice("pad", 0xAB);
-  UsbClientThread* client;
-  int sleeps = 0;
-};
+class UsbClientThreadTest : public UsbClientFixture {};
 
 const Lines kMade = {"DEBUG BaseClientThread created", "DEBUG UsbClientThread()"};
 const Lines kStopped = {"DEBUG UsbClientThreadMidi::Stop()",
@@ -188,6 +90,17 @@ TEST_F(UsbClientThreadTest, OneFailureIsTreatedAsAUsableConnection) {
                 std::string(kEndedText));
 }
 
+TEST_F(UsbClientThreadTest, AConnectedDeviceWithoutANumberIsTriedAgain) {
+  library.SetConnectionId(device, 0);
+  DepartAtSleep(2);
+  RunHere();
+  const Lines attempt = {"DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0x0",
+                         "DEBUG Device handle=0"};
+  EXPECT_EQ(log.Lines(), Joined({kMade, attempt, attempt, kStopped, kEnded}));
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));
+  EXPECT_EQ(library.Count("USBMuxConnectByPort"), 0);
+}
+
 TEST_F(UsbClientThreadTest, ARefusedPortIsTriedAgainWithTheKnownId) {
   library.PortAnswers({10, 11});
   DepartAtSleep(2);
@@ -224,6 +137,16 @@ TEST_F(UsbClientThreadTest, AnOpenPortIsMadeNonBlockingAndStays) {
   Depart();
 }
 
+// A sender that holds a lock must not block in a send.
+TEST_F(UsbClientThreadTest, NobodySendsUntilTheStreamCannotBlock) {
+  int sent = 0;
+  sockets.BeforeNonBlocking([&] { sent = client->SendFramed("early", 5); });
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  EXPECT_EQ(sent, -1);
+  Depart();
+}
+
 TEST_F(UsbClientThreadTest, ALostStreamIsReplacedWithoutConnectingTheDeviceAgain) {
   AddSource("Keys", 1);
   const auto first = StartThread();
@@ -251,68 +174,6 @@ TEST_F(UsbClientThreadTest, AnInvalidLengthReplacesTheStream) {
   EXPECT_NE(text.find("Invalid packet length 131073\nUsbClientThread::PerformDisconnect()\n"),
             std::string::npos)
       << text;
-}
-
-// --- what a device is told
-
-TEST_F(UsbClientThreadTest, OpenDesktopEndpointsAreAnnouncedFromTheLastToTheFirst) {
-  AddSource("Keys", 1);
-  AddSource("switched off", 2, false, true);
-  AddSource("not open", 3, true, false);
-  AddSource("Pads", -4);
-  AddDestination("Synth", 5);
-  AddDestination("switched off", 6, false, true);
-  AddDestination("not open", 7, true, false);
-  AddDestination("Drums", -8);
-  const auto peer = StartThread();
-  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Pads", -4),
-                          EndpointMessage("/add_remote_source", "Keys", 1),
-                          EndpointMessage("/add_remote_destination", "Drums", -8),
-                          EndpointMessage("/add_remote_destination", "Synth", 5)});
-  Depart();
-}
-
-TEST_F(UsbClientThreadTest, EndpointsOfOtherDevicesAreAnnouncedAndNotItsOwn) {
-  ExternalMidiManager otherManager(server, server.Lock(), names);
-  otherManager.SetDeviceKey("phone");
-  otherManager.AddRemoteSource("Piano", 1);
-  otherManager.AddRemoteDestination("Piano", 2);
-  otherManager.AddRemoteDestination("Strings", 3);
-  manager.SetDeviceKey("pad");
-  manager.AddRemoteSource("its own", 9);
-  RecordingClient phone(otherManager);
-  RecordingClient third;
-  third.scripted.published = {{EndpointKind::source, "Flute", 4}};
-  server.clients.Append(phone);
-  server.clients.Append(third);
-  AddSource("Keys", 5);
-
-  // The announcements that the managers above made went to the client that had no stream yet.
-  const auto peer = StartThread();
-  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Keys", 5),
-                          EndpointMessage("/add_remote_destination", "Strings", 3),
-                          EndpointMessage("/add_remote_destination", "Piano", 2),
-                          EndpointMessage("/add_remote_source", "Piano", 1),
-                          EndpointMessage("/add_remote_source", "Flute", 4)});
-  Depart();
-  threads.JoinAll();
-  server.clients.Remove(phone);
-  server.clients.Remove(third);
-}
-
-TEST_F(UsbClientThreadTest, ANameThatFitsNoPacketCostsItsOwnAnnouncementOnly) {
-  RecordingClient phone;
-  phone.scripted.published = {{EndpointKind::source, "Piano", 1},
-                              {EndpointKind::destination, std::string(4064, 'n'), 2},
-                              {EndpointKind::source, std::string(4067, 'n'), 3}};
-  server.clients.Append(phone);
-  const auto peer = StartThread();
-  ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Piano", 1),
-                          EndpointMessage("/add_remote_source", std::string(4067, 'n'), 3)});
-  EXPECT_EQ(log.Count("DEBUG endpoints with names too long to announce: 1"), 1);
-  Depart();
-  threads.JoinAll();
-  server.clients.Remove(phone);
 }
 
 // --- the end
@@ -345,6 +206,16 @@ TEST_F(UsbClientThreadTest, AStopEndsTheBlockedRun) {
   EXPECT_EQ(library.Count("AMDeviceDisconnect"), 2);
 }
 
+// The senders that hold it find the stream open until they are through.
+TEST_F(UsbClientThreadTest, TheStreamIsClosedWithTheClientLockHeld) {
+  std::atomic<std::uint32_t> holds{9};
+  sockets.BeforeShutdown([&] { holds = server.clientLock.HoldsOfThisThread(); });
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  Depart();
+  EXPECT_EQ(holds, 1u);
+}
+
 // A second without the lock that the senders want.
 TEST_F(UsbClientThreadTest, TheSecondAfterADisconnectHoldsNoLock) {
   const auto peer = StartThread();
@@ -368,6 +239,7 @@ TEST_F(UsbClientThreadTest, TheClientLivesUntilItIsUnlistedAndNotBorrowed) {
   client->Stop();
   EXPECT_TRUE(clock.WaitForSleeps(4));  // a second, and some polls of the waiting end
   EXPECT_EQ(log.Count("DEBUG UsbClientThread::Finalize()"), 1);
+  EXPECT_EQ(library.Count("AMDeviceDisconnect"), 1);  // not put off until the end
   EXPECT_EQ(client->SendFramed("late", 4), -1);
   EXPECT_FALSE(client->gate.TryBorrow());
   EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 0);
@@ -379,6 +251,19 @@ TEST_F(UsbClientThreadTest, TheClientLivesUntilItIsUnlistedAndNotBorrowed) {
   const Sleeps all = clock.TakeSleeps();
   EXPECT_EQ(std::count(all.begin(), all.end(), 1000u), 1);  // of the stop
   EXPECT_EQ(std::count(all.begin(), all.end(), 10u), static_cast<int>(all.size()) - 1);
+}
+
+TEST_F(UsbClientThreadTest, AListedClientIsNotFreed) {
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  ASSERT_TRUE(client->gate.TryBorrow());
+  client->Stop();
+  client->gate.Return();
+  EXPECT_TRUE(clock.WaitForSleeps(400));
+  EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 0);
+  EXPECT_TRUE(server.clients.Contains(*client));
+  server.clients.Remove(*client);
+  threads.JoinAll();
 }
 
 TEST_F(UsbClientThreadTest, AStreamThatOpensAfterAStopIsClosedAgain) {

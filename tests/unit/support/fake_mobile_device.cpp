@@ -186,6 +186,11 @@ void FakeMobileDevice::SetProduct(DeviceHandle device, std::uintptr_t product) {
   static_cast<Device*>(device)->record[3] = product;
 }
 
+void FakeMobileDevice::SetConnectionId(DeviceHandle device, std::uint32_t connectionId) {
+  const std::lock_guard hold(mutex);
+  static_cast<Device*>(device)->connectionId = connectionId;
+}
+
 void FakeMobileDevice::ConnectAnswers(DeviceHandle device, std::deque<std::uint32_t> answers) {
   const std::lock_guard hold(mutex);
   static_cast<Device*>(device)->connectAnswers = std::move(answers);

@@ -40,6 +40,9 @@ class FakeMobileDevice {
   // The word that makes a device usable when it is not 0.
   static void SetProduct(DeviceHandle device, std::uintptr_t product);
 
+  // The number that the library gives for a device.
+  void SetConnectionId(DeviceHandle device, std::uint32_t connectionId);
+
   // What the next calls answer, one each; afterwards 0 again.
   void ConnectAnswers(DeviceHandle device, std::deque<std::uint32_t> answers);
   void PortAnswers(std::deque<std::uint32_t> answers);

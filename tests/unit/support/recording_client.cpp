@@ -21,7 +21,10 @@ void ScriptedOwner::SendMidiToDestination(std::string name, std::uint32_t id) {
   if (const auto action = whenHandled) action();  // it may replace itself
 }
 
-std::vector<PublishedEndpoint> ScriptedOwner::PublishedEndpoints() { return published; }
+std::vector<PublishedEndpoint> ScriptedOwner::PublishedEndpoints() {
+  if (const auto action = whenListed) action();  // it may replace itself
+  return published;
+}
 
 std::vector<std::string> ScriptedOwner::TakeQuestions() {
   std::lock_guard hold(mutex);

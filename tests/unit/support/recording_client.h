@@ -36,6 +36,7 @@ class ScriptedOwner final : public EndpointOwner {
   std::vector<PublishedEndpoint> published;
   std::function<void()> whenAsked;    // inside OwnsEndpoint
   std::function<void()> whenHandled;  // inside SendMidiToDestination
+  std::function<void()> whenListed;   // inside PublishedEndpoints
 
  private:
   std::mutex mutex;

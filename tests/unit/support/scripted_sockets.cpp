@@ -80,11 +80,24 @@ struct ScriptedSockets::Table {
   }
 
   static int SetNonBlocking(int socket) {
+    std::function<void()> action;
     {
       const std::lock_guard hold(Current().mutex);
       Current().nonBlocking.push_back(socket);
+      action = Current().beforeNonBlocking;
     }
+    if (action) action();
     return SocketApi::System().setNonBlocking(socket);
+  }
+
+  static int Shutdown(int socket) {
+    std::function<void()> action;
+    {
+      const std::lock_guard hold(Current().mutex);
+      action = Current().beforeShutdown;
+    }
+    if (action) action();
+    return SocketApi::System().shutdown(socket);
   }
 
   static int SetNoDelay(int socket) {
@@ -113,6 +126,7 @@ struct ScriptedSockets::Table {
       changed.send = Send;
       changed.setNonBlocking = SetNonBlocking;
       changed.setNoDelay = SetNoDelay;
+      changed.shutdown = Shutdown;
       changed.close = Close;
       changed.lastError = LastError;
       return changed;
@@ -179,6 +193,16 @@ void ScriptedSockets::BeforeWait(std::function<void()> action) {
 void ScriptedSockets::BeforeReceive(std::function<void()> action) {
   const std::lock_guard hold(mutex);
   beforeReceive = std::move(action);
+}
+
+void ScriptedSockets::BeforeNonBlocking(std::function<void()> action) {
+  const std::lock_guard hold(mutex);
+  beforeNonBlocking = std::move(action);
+}
+
+void ScriptedSockets::BeforeShutdown(std::function<void()> action) {
+  const std::lock_guard hold(mutex);
+  beforeShutdown = std::move(action);
 }
 
 std::vector<int> ScriptedSockets::Sends() const {

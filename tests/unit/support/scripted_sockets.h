@@ -41,6 +41,9 @@ class ScriptedSockets {
   // Runs when a receiving thread is about to wait, and before each receive, with no lock held.
   void BeforeWait(std::function<void()> action);
   void BeforeReceive(std::function<void()> action);
+  // Runs before a new stream is made non-blocking, and before a stream is shut down.
+  void BeforeNonBlocking(std::function<void()> action);
+  void BeforeShutdown(std::function<void()> action);
 
   // Sizes of all sends so far.
   std::vector<int> Sends() const;
@@ -62,6 +65,8 @@ class ScriptedSockets {
   std::deque<SocketReadiness> waitAnswers;
   std::function<void()> beforeWait;
   std::function<void()> beforeReceive;
+  std::function<void()> beforeNonBlocking;
+  std::function<void()> beforeShutdown;
   std::vector<int> sends, closed, nonBlocking, noDelay;
   int receives = 0;
   int mostReceived = 1 << 30;

@@ -38,6 +38,7 @@ class TestClient final : public BaseClientThread {
     return Run();
   }
   void ClearRunning() { running = false; }
+  void SetEndpoint(const RemoteEndpoint& endpoint) { remoteEndpoint = endpoint; }
   std::atomic<std::int32_t>& Disconnected() { return disconnected; }
 
   // With a recorder the messages go there instead of into the dispatch.
