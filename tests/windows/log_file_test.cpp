@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "windows/support/bridge.h"
 #include "windows/support/observers.h"
@@ -200,9 +203,27 @@ TEST(LogFile, ArrivalAndDepartureOfADeviceAreToldAtEveryLevel) {
                   "DEBUG ~BaseClientThread"));
 }
 
+// What the device's client wrote at first; it tries again seconds later.
+std::vector<std::string> TextsOfClient(const std::string& log, const std::string& device,
+                                       std::size_t count) {
+  auto lines = LinesOf(log);
+  const auto arrival = std::find_if(lines.begin(), lines.end(), [&](const LogLine& line) {
+    return line.message == "Device connected: " + device;
+  });
+  const auto first = std::find_if(arrival, lines.end(), [](const LogLine& line) {
+    return line.message == "Connecting to device...";
+  });
+  if (first == lines.end()) return {};
+  const std::uint32_t client = first->thread;
+  lines.erase(lines.begin(), first);
+  std::erase_if(lines, [&](const LogLine& line) { return line.thread != client; });
+  lines.resize(std::min(lines.size(), count));
+  return TextsOf(lines);
+}
+
 TEST(LogFile, DevicesThatDoNotConnect) {
   Bridge bridge;
-  const std::size_t before = LinesOfStart(bridge);
+  LinesOfStart(bridge);
   harness::DeviceSetup setup;
   setup.identifier = "100%s";
   setup.connectionId = 0xAB;
@@ -211,25 +232,26 @@ TEST(LogFile, DevicesThatDoNotConnect) {
   bridge.Control().SetDevice("closed", setup);
   bridge.Control().Attach("closed");
   ASSERT_TRUE(bridge.GetDesk().WaitForLog("USBMuxConnectByPort = "));
-  auto texts = TextsOf(LinesOf(bridge.GetDesk().Log()), before);
-  ASSERT_GE(texts.size(), 9u);
-  EXPECT_EQ(texts[1], "INFO Device connected: 100%s");
-  texts.erase(texts.begin(), texts.begin() + 4);
-  EXPECT_THAT(texts,
+  EXPECT_THAT(TextsOfClient(bridge.GetDesk().Log(), "100%s", 6),
               ElementsAre("DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe8000065",
                           "DEBUG muxConnTmp = AB", "DEBUG Device handle=171",
                           "DEBUG Opening port...", "ERROR USBMuxConnectByPort = 1234, handle=0"));
 
-  const std::size_t second = LinesOf(bridge.GetDesk().Log()).size();
   bridge.Control().SetDevice("refused", {.identifier = "refused", .connectAnswers = {0xE800000B}});
   bridge.Control().Attach("refused");
-  ASSERT_TRUE(bridge.GetDesk().WaitForLog("Device handle=0"));
-  texts = TextsOf(LinesOf(bridge.GetDesk().Log()), second);
-  ASSERT_GE(texts.size(), 8u);
-  texts.erase(texts.begin(), texts.begin() + 4);
-  EXPECT_THAT(texts,
+  ASSERT_TRUE(bridge.GetDesk().WaitForLog("DEBUG Device handle=0"));
+  EXPECT_THAT(TextsOfClient(bridge.GetDesk().Log(), "refused", 4),
               ElementsAre("DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe800000b",
                           "ERROR AMDeviceConnect = -402653173", "DEBUG Device handle=0"));
+
+  bridge.Control().SetDevice(
+      "recovering",
+      {.identifier = "recovering", .connectionId = 0xCD, .connectAnswers = {0xE8000028}});
+  bridge.Control().Attach("recovering");
+  ASSERT_TRUE(bridge.GetDesk().WaitForLog("DEBUG muxConnTmp = CD"));
+  EXPECT_THAT(TextsOfClient(bridge.GetDesk().Log(), "recovering", 3),
+              ElementsAre("DEBUG Connecting to device...", "DEBUG AMDeviceConnect() = 0xe8000028",
+                          "DEBUG muxConnTmp = CD"));
 }
 
 TEST(LogFile, BundlesAreToldWithTheirTimeTags) {
@@ -250,13 +272,18 @@ TEST(LogFile, BundlesAreToldWithTheirTimeTags) {
                           "INFO Bundle finished 1", "INFO Bundle finished 2864434397"));
 }
 
-// Starts with a log of that size in the folder.
+// Starts with a log of that size in the folder, with holes behind the bytes that are written.
 class StartWithLog {
  public:
-  explicit StartWithLog(std::size_t size) : desk(Options()), former(size, 'x') {
+  explicit StartWithLog(std::size_t written, std::uintmax_t size = 0)
+      : desk(Options()), former(written, 'x') {
     if (!former.empty()) former.back() = '\n';
-    std::ofstream(desk.Folder() / "pellora.log", std::ios::binary) << former;
+    const std::filesystem::path file = desk.Folder() / "pellora.log";
+    std::ofstream(file, std::ios::binary) << former;
+    if (size > written) std::filesystem::resize_file(file, size);
     desk.GetHost().Ask("start");
+    if (std::filesystem::file_size(file) > 2 * kLimit)
+      throw std::runtime_error("log not truncated");
     EXPECT_TRUE(desk.WaitForLog("INFO Subscribed for notifications: 0\n\n"));
   }
 
@@ -283,8 +310,25 @@ TEST(LogFile, AnOlderLogIsContinued) {
   EXPECT_EQ(TextsOf(LinesOf(log.substr(5000))).front(), "INFO LoadUsbLibraries");
 }
 
+// Such a name cannot be told in the system's code page.
+TEST(LogFile, FolderNamesOfOtherAlphabetsHoldTheLog) {
+  harness::DeskOptions options;
+  options.folder = "M\xC3\xBCller \xE9\x9F\xB3 %d";
+  options.environment["LC_ALL"] = "C.UTF-8";  // of Wine, for file names
+  const Start start(options);
+  EXPECT_THAT(start.Texts(),
+              ElementsAre("INFO LoadUsbLibraries", start.LibraryLine(), kSubscribed, "? "));
+}
+
 TEST(LogFile, ALogOverTheLimitIsTruncatedAtStart) {
   const StartWithLog start(kLimit + 1);
+  EXPECT_LT(start.Log().size(), 5000u);
+  EXPECT_EQ(TextsOf(LinesOf(start.Log())).front(), "INFO LoadUsbLibraries");
+}
+
+// A position in such a file does not fit into the 32 bits of a Windows long.
+TEST(LogFile, ALogOfSeveralGibibytesIsTruncatedAtStart) {
+  const StartWithLog start(0, std::uintmax_t{5} << 30);
   EXPECT_LT(start.Log().size(), 5000u);
   EXPECT_EQ(TextsOf(LinesOf(start.Log())).front(), "INFO LoadUsbLibraries");
 }

@@ -1,6 +1,8 @@
 // Runs on Windows or under Wine and shows that the system's tables do what their headers say.
 // Exit status 0 when every check held; each one that did not is printed.
 
+#include <io.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -88,6 +90,7 @@ void CheckThreadsAndLocks() {
   CHECK(WaitForSingleObject(endless, 20) == WAIT_TIMEOUT);
   threads.terminate(endless);
   CHECK(WaitForSingleObject(endless, 10000) == WAIT_OBJECT_0);
+  CHECK(GetExitCodeThread(endless, &result) && result == 0);
   threads.close(endless);
 
   CriticalSection spinning(4000);
@@ -196,6 +199,11 @@ void CheckFiles() {
   CHECK(file != nullptr);
   if (file == nullptr) return;
   std::fputs("one\ntwo\r\n\x1a", file);
+  // A child process of the host must not keep the log open.
+  DWORD handleFlags = HANDLE_FLAG_INHERIT;
+  CHECK(
+      GetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), &handleFlags) &&
+      (handleFlags & HANDLE_FLAG_INHERIT) == 0);
   std::fclose(file);
   file = process.openFile(path.c_str(), "a+");
   CHECK(file != nullptr);
@@ -257,6 +265,29 @@ void CheckLibraries() {
   CHECK(midi.midiOutOpen(&handle, 4711, 0, 0, kMidiCallbackNull) == kMidiBadDevice);
 }
 
+template <class Function>
+Function FunctionOf(HMODULE module, const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+// The product beside this program goes when its host lets go of it, but stays for ever once it was
+// started: its threads and the callbacks that it has given away run on.
+void CheckProduct() {
+  constexpr const char* kProduct = "corvalint_wrapper.dll";
+  HMODULE product = LoadLibraryA(kProduct);
+  CHECK(product != nullptr);
+  CHECK(FreeLibrary(product));
+  CHECK(GetModuleHandleA(kProduct) == nullptr);
+
+  product = LoadLibraryA(kProduct);
+  CHECK(product != nullptr);
+  if (product == nullptr) return;
+  FunctionOf<void (*)()>(product, "corvalintServerStart")();
+  for (int i = 0; i < 3; ++i) FreeLibrary(product);
+  CHECK(GetModuleHandleA(kProduct) == product);
+  CHECK(FunctionOf<int (*)()>(product, "corvalintServerWiFiClients")() == 14);
+}
+
 }  // namespace
 }  // namespace corvalint
 
@@ -269,6 +300,7 @@ int main() {
   CheckText();
   CheckRegistry();
   CheckLibraries();
+  CheckProduct();
   std::printf("%d of %d checks failed\n", failures, checks);
   return failures == 0 ? 0 : 1;
 }

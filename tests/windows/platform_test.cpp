@@ -10,7 +10,7 @@ TEST(Platform, TheSystemsTablesDoWhatTheirHeadersSay) {
   harness::DeskOptions options;
   options.program = "tests/windows/corvalint-platform-selftest.exe";
   options.arguments = {};
-  options.files = {};
+  options.files = {"corvalint_wrapper.dll"};
   options.winmm = false;
   options.supportKey = false;
   options.deviceKey = false;

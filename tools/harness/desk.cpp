@@ -26,7 +26,7 @@ fs::path WindowsBuildTree() {
   return named != nullptr && *named != '\0' ? named : CORVALINT_WINDOWS_DIR;
 }
 
-Desk::Desk(const DeskOptions& options) {
+Desk::Desk(const DeskOptions& options) : folder(temp.Path() / options.folder) {
   LayOutFiles(options);
   const fs::path prefix = temp.Path() / "prefix";
   MakeWinePrefix(prefix, Registry(options));

@@ -39,6 +39,9 @@ struct DeskOptions {
   std::map<std::string, std::string> environment;
   std::optional<std::string> configuration;  // contents of pellora.conf
 
+  // Name of the folder with the program.
+  std::string folder = "host";
+
   // Open the desk at once, for tests that need nothing laid out before the first call.
   bool open = false;
 };
@@ -55,7 +58,7 @@ class Desk {
   Host& GetHost() { return *host; }
 
   // The folder with the program, as the native system sees it.
-  std::filesystem::path Folder() const { return temp.Path() / "host"; }
+  std::filesystem::path Folder() const { return folder; }
 
   // The log file's bytes; empty while there is none.
   std::string Log() const;
@@ -66,6 +69,7 @@ class Desk {
   RegistryValues Registry(const DeskOptions& options) const;
 
   TempFolder temp;
+  std::filesystem::path folder;
   std::unique_ptr<DeskControl> control;
   std::unique_ptr<Host> host;  // ends before the control connection
 };
