@@ -195,6 +195,23 @@ TEST_F(Routing, WhatIsWrittenIntoAPortReachesItsOwnerOnly) {
   EXPECT_THAT(b->Midi(), IsEmpty());
 }
 
+// What belongs to whom is not a matter of names.
+TEST_F(Routing, EndpointsOfOneNameBelongToTheirOwnDevices) {
+  const auto port = a->PublishDestination("Namesake", 135);
+  ASSERT_TRUE(b->App().AnnounceDestination("Namesake", 136));
+  ASSERT_TRUE(a->WaitForAnnouncement("/add_remote_destination", "Namesake", 136));
+  PlayInto(port.id, {kNoteOn});
+  ASSERT_TRUE(a->WaitForMidi(1));
+  Settle();
+  EXPECT_EQ(a->Midi().at(0).id, 135);
+  EXPECT_THAT(b->Midi(), IsEmpty());
+  EXPECT_THAT(Announcements(*a), ElementsAre("/add_remote_destination Namesake 136"));
+  EXPECT_THAT(Announcements(*b), ElementsAre("/add_remote_destination Namesake 135"));
+  ASSERT_TRUE(a->App().WithdrawDestination("Namesake", 135));
+  ASSERT_TRUE(b->App().WithdrawDestination("Namesake", 136));
+  EXPECT_TRUE(bridge->Control().WaitForPortClosed(port.id));
+}
+
 TEST_F(Routing, WhatIsWrittenIntoAPortWithoutADestinationReachesNobody) {
   const auto port = a->PublishSource("Only out", 141);
   PlayInto(port.id, {kNoteOn});

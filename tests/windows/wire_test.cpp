@@ -96,6 +96,17 @@ TEST_F(Wire, MidiOfAnotherDeviceMovedIntoHostTime) {
   EXPECT_THAT(FramesTo(a->App(), "/midi"), IsEmpty());
 }
 
+TEST_F(Wire, MidiAfterALostStreamIsStillMovedIntoHostTime) {
+  const std::int64_t offset = InitTiming(-kLateDeviceTime);
+  const std::uint64_t streams = a->App().Record().Counters().streamsOpened;
+  a->App().Cut(device::CutHow::kFinish);
+  ASSERT_TRUE(a->App().WaitForStream(streams + 1, kPatience));
+  ASSERT_TRUE(a->App().SendMidi("Relayed", 5, kLateDeviceTime, {0x90, 1, 2}));
+  ASSERT_TRUE(b->WaitForMidi(1));
+  EXPECT_THAT(FramesTo(b->App(), "/midi"),
+              ElementsAre(MidiFrame("Relayed", 5, Wrapped(offset, kLateDeviceTime), {0x90, 1, 2})));
+}
+
 TEST_F(Wire, MidiIsRelayedUnchangedBeforeTheClocksAreAligned) {
   const auto c = bridge->Plug("never aligned");
   ASSERT_TRUE(c->App().SendMidi("Early", 5, kLateDeviceTime, {0xC0, 1}));
