@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 
 #include "windows/support/bridge.h"
@@ -168,6 +171,27 @@ TEST(LogFile, SingleLineFeedsAndTheFormOfALine) {
   EXPECT_EQ(strange, 1) << log;  // the empty line
 }
 
+// Seconds since 1970 of a line's time, read as if it were universal time.
+std::int64_t SecondsOf(const std::string& line) {
+  std::tm time{};
+  std::istringstream(line) >> std::get_time(&time, "%Y-%m-%d %H:%M:%S");
+  return timegm(&time);
+}
+
+TEST(LogFile, TimesAreLocal) {
+  constexpr std::int64_t kEast = (5 * 60 + 45) * 60;
+  harness::DeskOptions options;
+  options.environment["TZ"] = "HERE-05:45";
+  options.open = true;
+  const std::int64_t before = std::time(nullptr) - 1;
+  harness::Desk desk(options);
+  ASSERT_TRUE(desk.WaitForLog("INFO Subscribed for notifications: 0\n\n"));
+  const std::int64_t after = std::time(nullptr) + 1;
+  const std::int64_t written = SecondsOf(desk.Log()) - kEast;
+  EXPECT_GE(written, before);
+  EXPECT_LE(written, after);
+}
+
 TEST(LogFile, ArrivalAndDepartureOfADeviceAreToldAtEveryLevel) {
   Bridge bridge;
   const std::size_t before = LinesOfStart(bridge);
@@ -282,8 +306,7 @@ class StartWithLog {
     std::ofstream(file, std::ios::binary) << former;
     if (size > written) std::filesystem::resize_file(file, size);
     desk.GetHost().Ask("start");
-    if (std::filesystem::file_size(file) > 2 * kLimit)
-      throw std::runtime_error("log not truncated");
+    if (std::filesystem::file_size(file) > 2 * kLimit) throw std::runtime_error("not truncated");
     EXPECT_TRUE(desk.WaitForLog("INFO Subscribed for notifications: 0\n\n"));
   }
 
@@ -310,7 +333,7 @@ TEST(LogFile, AnOlderLogIsContinued) {
   EXPECT_EQ(TextsOf(LinesOf(log.substr(5000))).front(), "INFO LoadUsbLibraries");
 }
 
-// Such a name cannot be told in the system's code page.
+// The last letter of the name is in no code page of one byte a letter.
 TEST(LogFile, FolderNamesOfOtherAlphabetsHoldTheLog) {
   harness::DeskOptions options;
   options.folder = "M\xC3\xBCller \xE9\x9F\xB3 %d";
