@@ -153,7 +153,13 @@ TEST_F(DeviceStreamTest, AFrameBehindARestThatDoesNotGoIsKeptInOrder) {
 
 // The last rest has no sender behind it.
 TEST_F(DeviceStreamTest, TheReceivingThreadSendsTheRest) {
+  std::promise<void> waiting;
+  int waits = 0;
+  sockets.BeforeWait([&] {
+    if (++waits == 1) waiting.set_value();
+  });
   auto receiving = ReceiveAll();
+  waiting.get_future().wait();  // with nothing to send yet
   sockets.SendAnswers({{0, SocketError::wouldBlock}});
   Send("waiting");
   EXPECT_EQ(peer->ReceiveFrame(), "waiting");
@@ -316,6 +322,7 @@ TEST_F(DeviceStreamTest, TheHandleIsClosedOnceTheReceivingThreadHasLeft) {
   EXPECT_TRUE(sockets.Closed().empty());
   goOn.set_value();
   EXPECT_EQ(receiving.get(), -1);
+  EXPECT_EQ(sockets.Receives(), 0);
   EXPECT_EQ(sockets.Closed(), std::vector<int>{socket});
 }
 

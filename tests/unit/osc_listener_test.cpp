@@ -183,6 +183,14 @@ TEST(OscListener, ArgumentsInsideABundleAreCheckedAgainstTheElement) {
   EXPECT_EQ(listener.events, (Events{"started 1", "/a"}));
 }
 
+TEST(OscListener, ABlobInsideABundleThatNoMessageCanHoldHasAnInvalidSize) {
+  Listener listener;
+  EXPECT_EQ(listener.Refused<osc::MalformedMessageException>(
+                OscBundle(1, {OscMessage("/a", "b", OscInt32(0x7FFFFFFDu))})),
+            "invalid blob size");
+  EXPECT_EQ(listener.events, (Events{"started 1"}));
+}
+
 TEST(OscListener, AFailureEndsItsPacketAndLeavesTheNextOneAlone) {
   Listener listener;
   listener.throwAt = "/b";
