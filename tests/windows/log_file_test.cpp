@@ -131,11 +131,13 @@ TEST(LogFile, SupportLibrariesThatAreNotInTheirFolder) {
   const Start start(options);
   const std::string folder = start.AppleFolder() + "\\";
   const auto texts = start.Texts();
-  ASSERT_GE(texts.size(), 4u);
+  ASSERT_GE(texts.size(), 5u);
   EXPECT_EQ(texts[0], "INFO LoadUsbLibraries");
   EXPECT_EQ(texts[1], "ERROR Could not load ASL from '" + folder + "'");
   EXPECT_EQ(texts[2], "ERROR Could not load CoreFoundation from '" + folder + "'");
   EXPECT_EQ(texts[3], start.LibraryLine());
+  // The device library itself is there and is used.
+  EXPECT_EQ(texts[4], "INFO Subscribed for notifications: 0");
 }
 
 TEST(LogFile, SubscriptionThatFailsIsAnError) {

@@ -4,6 +4,7 @@
 #include <io.h>
 #include <sys/stat.h>
 
+#include "platform/windows/modules.h"
 #include "platform/windows/system_headers.h"
 
 #include <mmsystem.h>
@@ -66,7 +67,11 @@ void PinModule() {
                      reinterpret_cast<LPCWSTR>(&PinModule), &module);
 }
 
-void SharpenTimers() { timeBeginPeriod(1); }
+// Looked up, so that no load of this library can fail for it.
+void SharpenTimers() {
+  MMRESULT(WINAPI * begin)(UINT) = nullptr;
+  if (Bind(FindModule("winmm.dll"), "timeBeginPeriod", begin)) begin(1);
+}
 
 std::string AnsiFromLatin1(const std::string& latin1) {
   std::wstring wide;

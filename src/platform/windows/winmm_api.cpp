@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "platform/windows/modules.h"
 #include "platform/windows/system_headers.h"
 
 #include <mmsystem.h>
@@ -115,7 +116,12 @@ MidiResult OutLongMessage(MidiOutHandle handle, MidiHeader* header, std::uint32_
   return midiOutLongMsg(Out(handle), Native(header), size);
 }
 
-MidiResult OutReset(MidiOutHandle handle) { return midiOutReset(Out(handle)); }
+// Looked up when it is wanted, which is rare: no load of this library may fail for it.
+MidiResult OutReset(MidiOutHandle handle) {
+  MMRESULT(WINAPI * reset)(HMIDIOUT) = nullptr;
+  return Bind(FindModule("winmm.dll"), "midiOutReset", reset) ? reset(Out(handle))
+                                                              : kMidiInvalidHandle;
+}
 
 }  // namespace
 
