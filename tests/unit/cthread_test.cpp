@@ -250,6 +250,9 @@ TEST_F(CThreadTest, EndsAnotherThreadAndThenClosesItsHandleOnce) {
     Worker worker;
     worker.Start();
     calls.Take();
+    // The flag is down before the thread is ended.
+    threads.WhenEnding(
+        [thread = static_cast<const CThread*>(&worker)] { EXPECT_FALSE(thread->Running()); });
   }
   EXPECT_EQ(calls.Take(), (Calls{"terminate(1)", "close(1)"}));
 }

@@ -148,6 +148,18 @@ TEST_F(MidiSource, OpensAfterAFailedOpen) {
   Forget();
 }
 
+// The close went through at once, so nothing unprepared the header.
+TEST_F(MidiSource, OpensAfterAFailureThatLeftAHeaderPrepared) {
+  winmm.Fail("midiInAddBuffer", kMidiNoMemory);
+  EXPECT_EQ(Open(keys), kMidiNoMemory);
+  EXPECT_THAT(winmm.TakeCalls(), ElementsAre("midiInOpen(1)", "midiInPrepareHeader(Keys, 0)",
+                                             "midiInAddBuffer(Keys, 0)", "midiInClose(Keys)"));
+  ExpectOffAndUnavailable();
+  EXPECT_EQ(Open(keys), kMidiNoError);
+  EXPECT_EQ(winmm.Queued("Keys").size(), 4u);
+  Forget();
+}
+
 TEST_F(MidiSource, ClosingStopsResetsUnpreparesClosesAndThenAnnounces) {
   OpenKeys();
   Close(keys, true);

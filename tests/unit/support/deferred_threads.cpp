@@ -30,6 +30,7 @@ struct DeferredThreads::Table {
   static ThreadHandle Create(ThreadProcedure procedure, void* parameter, std::uint32_t* id) {
     DeferredThreads& self = Current();
     Remember(parameter);
+    if (self.making) self.making();
     if (self.refusing) {
       self.log.Add("create() = none");
       return nullptr;
@@ -44,6 +45,7 @@ struct DeferredThreads::Table {
 
   static void Terminate(ThreadHandle handle) {
     Current().log.Add("terminate(" + NumberOf(handle) + ")");
+    if (Current().ending) Current().ending();
   }
 
   static void Close(ThreadHandle handle) { Current().log.Add("close(" + NumberOf(handle) + ")"); }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "platform/thread.h"
@@ -21,6 +23,10 @@ class DeferredThreads {
   DeferredThreads(const DeferredThreads&) = delete;
   DeferredThreads& operator=(const DeferredThreads&) = delete;
 
+  // Runs in every call for a thread, before it is answered; set before threads are made.
+  void WhenMaking(std::function<void()> newAction) { making = std::move(newAction); }
+  // Runs in every call that ends a thread.
+  void WhenEnding(std::function<void()> newAction) { ending = std::move(newAction); }
   // No thread can be made from now on.
   void Refuse() { refusing = true; }
 
@@ -42,6 +48,7 @@ class DeferredThreads {
   static DeferredThreads& Current();
 
   CallLog& log;
+  std::function<void()> making, ending;
   bool refusing = false;
   mutable std::mutex mutex;
   std::vector<Thread> threads;
