@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "support/recording_client.h"
 #include "support/usb_client_fixture.h"
@@ -57,6 +58,21 @@ TEST_F(UsbClientAnnouncementTest, EndpointsOfOtherDevicesAreAnnouncedAndNotItsOw
   threads.JoinAll();
   server.clients.Remove(phone);
   server.clients.Remove(third);
+}
+
+// A toggle waits, so nothing that was switched off is announced after its end.
+TEST_F(UsbClientAnnouncementTest, TheDesktopStandsStillMeanwhile) {
+  AddSource("Keys", 1);
+  AddDestination("Synth", 2);
+  std::vector<std::uint32_t> holds;
+  sockets.BeforeSend(
+      [&] { holds.push_back(GetMidiEndpointRegistry().deviceLock.HoldsOfThisThread()); });
+  const auto peer = StartThread();
+  EXPECT_EQ(peer->ReceiveFrame(), EndpointMessage("/add_remote_source", "Keys", 1));
+  EXPECT_EQ(peer->ReceiveFrame(), EndpointMessage("/add_remote_destination", "Synth", 2));
+  Depart();
+  threads.JoinAll();
+  EXPECT_EQ(holds, (std::vector<std::uint32_t>{1, 1}));
 }
 
 // What appears from then on reaches the device in any case.

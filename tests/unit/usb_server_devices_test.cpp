@@ -50,6 +50,21 @@ TEST_F(UsbServerDevicesTest, TheClientRunsFromTheArrivalOn) {
   Settle(*peer);
 }
 
+// A run that ends at once must find its client listed.
+TEST_F(UsbServerDevicesTest, AClientIsListedBeforeItRuns) {
+  StartServer();
+  console.Take();
+  std::uint64_t listed = 0;
+  std::string printed;
+  threads.WhenMaking([&] {
+    listed = server.clients.Count();
+    printed = console.Take();
+  });
+  const auto peer = Attach(pad);
+  EXPECT_EQ(listed, 1u);
+  EXPECT_EQ(printed, "notification(1)\nDevice connected: pad\nDevice created\n");
+}
+
 TEST_F(UsbServerDevicesTest, TwoDevicesAreKeptApart) {
   StartServer();
   const auto padPeer = Attach(pad);

@@ -68,6 +68,12 @@ struct ScriptedSockets::Table {
     ScriptedSockets& self = Current();
     scripted = SocketError::none;
     SendAnswer answer{size, SocketError::none};
+    std::function<void()> action;
+    {
+      const std::lock_guard hold(self.mutex);
+      action = self.beforeSend;
+    }
+    if (action) action();
     const std::lock_guard hold(self.mutex);
     self.Watch(socket, "send");
     self.sends.push_back(size);
@@ -203,6 +209,11 @@ void ScriptedSockets::BeforeNonBlocking(std::function<void()> action) {
 void ScriptedSockets::BeforeShutdown(std::function<void()> action) {
   const std::lock_guard hold(mutex);
   beforeShutdown = std::move(action);
+}
+
+void ScriptedSockets::BeforeSend(std::function<void()> action) {
+  const std::lock_guard hold(mutex);
+  beforeSend = std::move(action);
 }
 
 std::vector<int> ScriptedSockets::Sends() const {

@@ -44,6 +44,8 @@ class ScriptedSockets {
   // Runs before a new stream is made non-blocking, and before a stream is shut down.
   void BeforeNonBlocking(std::function<void()> action);
   void BeforeShutdown(std::function<void()> action);
+  // Runs before each send, on the sending thread.
+  void BeforeSend(std::function<void()> action);
 
   // Sizes of all sends so far.
   std::vector<int> Sends() const;
@@ -67,6 +69,7 @@ class ScriptedSockets {
   std::function<void()> beforeReceive;
   std::function<void()> beforeNonBlocking;
   std::function<void()> beforeShutdown;
+  std::function<void()> beforeSend;
   std::vector<int> sends, closed, nonBlocking, noDelay;
   int receives = 0;
   int mostReceived = 1 << 30;

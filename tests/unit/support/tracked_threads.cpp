@@ -15,6 +15,12 @@ std::atomic<TrackedThreads*> current{nullptr};
 struct TrackedThreads::Table {
   static ThreadHandle Create(ThreadProcedure procedure, void* parameter, std::uint32_t* id) {
     TrackedThreads& self = Current();
+    std::function<void()> action;
+    {
+      const std::lock_guard hold(self.mutex);
+      action = self.whenMaking;
+    }
+    if (action) action();
     const std::lock_guard hold(self.mutex);
     if (self.refusals > 0) {
       --self.refusals;
@@ -76,6 +82,11 @@ TrackedThreads& TrackedThreads::Current() { return *current.load(); }
 void TrackedThreads::HoldNext() {
   const std::lock_guard hold(mutex);
   holdNext = true;
+}
+
+void TrackedThreads::WhenMaking(std::function<void()> action) {
+  const std::lock_guard hold(mutex);
+  whenMaking = std::move(action);
 }
 
 void TrackedThreads::RunHeld() {

@@ -26,6 +26,8 @@ class TrackedThreads {
   // The next thread is made, and runs on the thread that calls RunHeld instead of one of its own.
   void HoldNext();
   void RunHeld();
+  // Runs before each thread is made, on the thread that makes it.
+  void WhenMaking(std::function<void()> action);
   // Waits until every thread made so far has ended.
   void JoinAll();
 
@@ -42,6 +44,7 @@ class TrackedThreads {
   int refusals = 0;
   bool holdNext = false;
   std::function<void()> held;
+  std::function<void()> whenMaking;
   int made = 0;
   int terminated = 0;
   std::set<void*> handles;
