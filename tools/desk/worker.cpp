@@ -35,7 +35,6 @@ void Worker::Stop() {
 void Worker::StopSoon() {
   const std::lock_guard hold(lock);
   stopping = true;
-  tasks.clear();
   changed.notify_all();
   if (thread.joinable()) thread.detach();
 }
@@ -51,7 +50,7 @@ void Worker::Body() {
     {
       std::unique_lock hold(lock);
       changed.wait(hold, [this] { return stopping || !tasks.empty(); });
-      if (stopping) return;
+      if (tasks.empty()) return;
       task = std::move(tasks.front());
       tasks.pop_front();
     }

@@ -27,7 +27,8 @@ class Worker {
   // cannot wait, and returns at once.
   void Stop();
 
-  // Like Stop, without waiting. The worker must outlive the running task.
+  // Ends the worker without waiting. Tasks that wait still run, so that each can tell its end, and
+  // find Stopping set. The worker must outlive them.
   void StopSoon();
 
   // Long tasks ask this between their steps.
