@@ -20,13 +20,18 @@ constexpr std::size_t kReadAheadSize = 65536;
 }  // namespace
 
 BaseClientThread::BaseClientThread(UsbServer& usbServer, ExternalMidiManager& manager)
-    : server(usbServer), midiManager(manager), frame(kMaximumPayload), readAhead(kReadAheadSize) {
+    : server(usbServer),
+      midiManager(manager),
+      localPorts(std::make_unique<LocalOSCPortTable>(*this)),
+      frame(kMaximumPayload),
+      readAhead(kReadAheadSize) {
   LogDebug("BaseClientThread created");
 }
 
 BaseClientThread::~BaseClientThread() {
   LogDebug("~BaseClientThread");
   while (disconnected != 1) Use<ClockApi>().sleep(kDisconnectPollMilliseconds);
+  localPorts.reset();
 }
 
 std::uint32_t BaseClientThread::Run() {
@@ -52,6 +57,10 @@ std::uint32_t BaseClientThread::Finalize() {
 
 int BaseClientThread::SendFramed(const void* data, std::uint32_t size) {
   return stream.Send(data, size);
+}
+
+void BaseClientThread::SendPacket(const void* data, std::uint64_t size) {
+  SendFramed(data, static_cast<std::uint32_t>(size));
 }
 
 void BaseClientThread::OpenStream(int connectedSocket) {

@@ -9,6 +9,7 @@
 
 #include "clients/usb_server.h"
 #include "ports/external_midi_manager.h"
+#include "ports/local_osc_port_table.h"
 #include "protocol/clock_alignment.h"
 #include "protocol/device_stream.h"
 #include "protocol/osc_arguments.h"
@@ -21,7 +22,10 @@ namespace corvalint {
 // The conversation with one device: connects, receives frames, dispatches the OSC messages in them,
 // and sends frames for everybody else. How the stream is opened and how the object ends is the
 // subclass's business. docs/wire-format.md describes frames and messages.
-class BaseClientThread : public CThread, public OscListener, public DeviceClient {
+class BaseClientThread : public CThread,
+                         public OscListener,
+                         public DeviceClient,
+                         public LocalOSCPortDelegate {
  public:
   // `usbServer` and `manager` must live until the process ends.
   BaseClientThread(UsbServer& usbServer, ExternalMidiManager& manager);
@@ -30,12 +34,14 @@ class BaseClientThread : public CThread, public OscListener, public DeviceClient
   std::uint32_t Run() override;
 
   int SendFramed(const void* data, std::uint32_t size) override;
+  void SendPacket(const void* data, std::uint64_t size) override;
   EndpointOwner& Owner() override { return midiManager; }
 
   const ClockAlignment& Clock() const { return clock; }
 
  protected:
-  // Waits until `disconnected` is 1, so that a disconnect in progress can end.
+  // Waits until `disconnected` is 1, so that a disconnect in progress can end, then releases the
+  // loopback OSC ports.
   ~BaseClientThread() override;
 
   // Closes the stream, if it is open. Any thread, holding no lock.
@@ -56,6 +62,9 @@ class BaseClientThread : public CThread, public OscListener, public DeviceClient
   ExternalMidiManager& midiManager;
   DeviceStream stream;
   RemoteEndpoint remoteEndpoint;
+  // Null once released. A subclass that may be destroyed while ports are open releases it before:
+  // its ports call this object.
+  std::unique_ptr<LocalOSCPortTable> localPorts;
   // 1 while nothing is left to be closed, 0 while a stop is in progress. A fresh object has nothing
   // open.
   std::atomic<std::int32_t> disconnected{1};
@@ -69,6 +78,11 @@ class BaseClientThread : public CThread, public OscListener, public DeviceClient
   void ParsePacket(std::uint32_t length);
 
   void Dispatch(const osc::ReceivedMessage& message, std::int64_t now);
+  bool OscPortMessage(const osc::ReceivedMessage& message, OscArguments& arguments);
+  void CreateOscPort(OscArguments& arguments);
+  void RemoveOscPort(OscArguments& arguments);
+  void NoteOscPortReport(OscArguments& arguments);
+  void SendThroughOscPort(OscArguments& arguments);
   void MidiFromDevice(OscArguments& arguments);
   void InitTiming(OscArguments& arguments);
   void UpdateTiming(OscArguments& arguments, std::int64_t now);

@@ -53,6 +53,7 @@ void BaseClientThread::Dispatch(const osc::ReceivedMessage& message, std::int64_
     return std::strcmp(message.AddressPattern(), address) == 0;
   };
   OscArguments arguments(message);
+  if (OscPortMessage(message, arguments)) return;
   if (addressIs("/midi")) return MidiFromDevice(arguments);
   if (addressIs("/init_timing")) return InitTiming(arguments);
   if (addressIs("/update_timing")) return UpdateTiming(arguments, now);

@@ -47,6 +47,11 @@ CThread::~CThread() {
   threads.close(handle);
 }
 
+void CThread::LeaveThread() {
+  const ThreadHandle handle = threadHandle.exchange(nullptr);
+  if (handle != nullptr) Use<ThreadApi>().close(handle);
+}
+
 std::uint32_t ThreadProc(void* parameter) {
   { CriticalSectionScope gate(StartGate()); }
   try {

@@ -34,6 +34,10 @@ class CThread {
   // thread that ends itself would leave its handle, its memory and its locks behind.
   ~CThread();
 
+  // The last thing that a thread does with an object that others share: gives back its handle, so
+  // that whoever destroys the object does not end a thread that is just returning.
+  void LeaveThread();
+
   std::atomic<ThreadHandle> threadHandle{nullptr};
   std::atomic<std::uint32_t> threadId{0};
   std::atomic<bool> running{false};

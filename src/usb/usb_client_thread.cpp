@@ -150,6 +150,7 @@ void UsbClientThread::PerformDisconnect() {
       disconnected.exchange(1);
       return;
     }
+    localPorts->RemoveAll();
   }
   Use<ClockApi>().sleep(kAfterDisconnectMilliseconds);
 }
@@ -158,6 +159,7 @@ void UsbClientThread::Stop() {
   LogDebug("UsbClientThreadMidi::Stop()");
   disconnected.exchange(0);
   running = false;
+  localPorts->Shut();
   PerformDisconnect();
 }
 
@@ -169,6 +171,7 @@ std::uint32_t UsbClientThread::Finalize() {
   while (server.clients.Contains(*this) || !gate.Drained()) {
     Use<ClockApi>().sleep(kDrainPollMilliseconds);
   }
+  localPorts.reset();  // while all of this object is there for a port that is sending
   delete this;
   return 0;
 }

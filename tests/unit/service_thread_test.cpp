@@ -88,10 +88,11 @@ class Service : public testing::Test {
   DeferredThreads threads{calls};
 };
 
-TEST_F(Service, MakesAndStartsTheServerBeforeItSleepsForTheFirstTime) {
+TEST_F(Service, ReadsTheConfigurationThenStartsTheServerBeforeItSleepsForTheFirstTime) {
   RunFor(1, [&](int) {
     EXPECT_TRUE(ServiceRunning);
-    EXPECT_EQ(calls.Take(), Calls{"create() = 1"});
+    EXPECT_EQ(calls.Take(),
+              (Calls{"executablePath()", "openFile(C:\\host\\pellora.conf, r)", "create() = 1"}));
     auto* const server = dynamic_cast<UsbServerThread*>(theUsbServer.load());
     ASSERT_NE(server, nullptr);
     EXPECT_TRUE(server->Running());

@@ -1,0 +1,229 @@
+#include "ports/local_osc_port.h"
+
+#include <osc/OscOutboundPacketStream.h>
+
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "clients/packet_buffer.h"
+#include "platform/clock.h"
+#include "platform/datagram.h"
+#include "platform/socket.h"
+#include "ports/leaving_udp_ports.h"
+#include "service/console.h"
+#include "service/log.h"
+
+namespace corvalint {
+
+namespace {
+
+constexpr std::uint32_t kRetryMilliseconds = 5000;
+constexpr std::uint32_t kLeavingPollMilliseconds = 1;
+constexpr int kDatagramBuffer = 131084;
+// A bind counts as failed below this result only, so it never does, on purpose: devices expect a
+// port whose number is taken to go on and to report itself ready.
+constexpr int kBindFailure = -1110;
+
+}  // namespace
+
+std::string OscPortKey(const std::string& host, std::int32_t port) {
+  return host + std::to_string(port);
+}
+
+LocalOSCPort::LocalOSCPort(std::int32_t bindPort, std::int32_t destinationPort,
+                           const std::string& host, std::shared_ptr<LocalOSCPortLink> clientLink)
+    : localPort(static_cast<std::uint16_t>(bindPort)),
+      remotePort(static_cast<std::uint16_t>(destinationPort)),
+      destinationKey(OscPortKey(host, destinationPort)),
+      bindKey(OscPortKey(host, bindPort)),
+      link(std::move(clientLink)) {
+  remoteAddressKnown = Use<DatagramApi>().parseAddress(host, &remoteAddress);
+}
+
+LocalOSCPort::~LocalOSCPort() {
+  {
+    CriticalSectionScope hold(lock);
+    CloseHandle();
+  }
+  if (waker != 0) Use<SocketApi>().closeWaker(waker);
+}
+
+void LocalOSCPort::Launch(const std::shared_ptr<LocalOSCPort>& port) {
+  port->threadShare = port;
+  port->Start();
+  if (!port->HasThread()) port->threadShare.reset();
+}
+
+std::uint32_t LocalOSCPort::Run() {
+  try {
+    const int opened = OpenSocket();
+    if (opened >= 1 && Bind(opened)) {
+      Report(kReady);
+      ForwardDatagrams(opened);
+    }
+  } catch (const std::exception& failure) {
+    LogError("OSC port %u ended: %s", static_cast<unsigned>(localPort), failure.what());
+  }
+  Finish();
+  return 0;
+}
+
+// The socket, or what there was instead of one when the port was stopped meanwhile.
+int LocalOSCPort::OpenSocket() {
+  for (;;) {
+    const int made = MakeSocket();
+    if (made >= 1) return made;
+    Report(kNoSocket);
+    ConsolePrint("error creating socket || error: %d\n", made);
+    if (!running) return made;
+    Use<ClockApi>().sleep(kRetryMilliseconds);
+  }
+}
+
+// A socket whose wait nobody could end counts as none.
+int LocalOSCPort::MakeSocket() {
+  const SocketApi& sockets = Use<SocketApi>();
+  const int made = Use<DatagramApi>().open();
+  if (made < 1) return made;
+  if (waker == 0) waker = sockets.openWaker();
+  if (waker == 0) {
+    sockets.close(made);
+    return 0;
+  }
+  CriticalSectionScope hold(lock);
+  handle = made;
+  socket = made;
+  return made;
+}
+
+bool LocalOSCPort::Bind(int opened) {
+  const DatagramApi& datagrams = Use<DatagramApi>();
+  while (running && IsLeaving(localPort)) Use<ClockApi>().sleep(kLeavingPollMilliseconds);
+  for (;;) {
+    const int result = datagrams.bindLoopback(opened, localPort);
+    if (result != 0) {
+      keepSocket = true;
+      // The first send would bind it to every network's address. It gets a number that nobody
+      // knows, on loopback as well.
+      datagrams.bindLoopback(opened, 0);
+    }
+    if (result >= kBindFailure) return true;
+    ConsolePrint("bind failed  because %d \n", result);
+    Report(kBindFailed);
+    if (!running) return false;
+    Use<ClockApi>().sleep(kRetryMilliseconds);
+  }
+}
+
+void LocalOSCPort::ForwardDatagrams(int opened) {
+  const SocketApi& sockets = Use<SocketApi>();
+  datagram = std::make_unique_for_overwrite<char[]>(kDatagramBuffer);
+  packet = std::make_unique_for_overwrite<char[]>(kMaximumPacket);
+  while (running) {
+    const SocketReadiness ready = sockets.wait(opened, false, waker);
+    // Asked first: the wait also ends because of a stop.
+    if (socket == 0) return;
+    if (ready.failed) {
+      if (sockets.lastError() != SocketError::interrupted) return;
+    } else if (ready.exceptional) {
+      return;
+    } else if (ready.readable) {
+      ForwardWaiting(opened);
+    }
+  }
+}
+
+// Forwards everything that has arrived by now. A failure is nothing to forward, and the port goes
+// on: the answer to a send that nobody listened to may be one.
+void LocalOSCPort::ForwardWaiting(int opened) {
+  while (running && socket != 0) {
+    const int received = Use<DatagramApi>().receive(opened, datagram.get(), kDatagramBuffer);
+    if (received < 0) {
+      // One that lasts must not make this thread spin.
+      if (Use<SocketApi>().lastError() == SocketError::other) Use<ClockApi>().sleep(1);
+      return;
+    }
+    Forward(static_cast<std::size_t>(received));
+  }
+}
+
+void LocalOSCPort::Forward(std::size_t size) {
+  try {
+    osc::OutboundPacketStream message(packet.get(), kMaximumPacket);
+    message << osc::BeginMessage("/osc") << bindKey.c_str()
+            << osc::Blob(datagram.get(), static_cast<osc::osc_bundle_element_size_t>(size))
+            << osc::EndMessage;
+    SendToDevice(message.Data(), message.Size());
+  } catch (const osc::OutOfBufferMemoryException&) {
+    ++tooLong;
+  }
+}
+
+void LocalOSCPort::Report(Status newStatus) {
+  status = newStatus;
+  char buffer[kAnnouncementBuffer];
+  try {
+    osc::OutboundPacketStream message(buffer, sizeof buffer);
+    message << osc::BeginMessage("/osc/port_creation_report") << bindKey.c_str()
+            << static_cast<osc::int32>(newStatus) << osc::EndMessage;
+    SendToDevice(message.Data(), message.Size());
+  } catch (const osc::OutOfBufferMemoryException&) {
+    LogDebug("OSC port %u: its key is too long to be reported", static_cast<unsigned>(localPort));
+  }
+}
+
+void LocalOSCPort::SendToDevice(const void* data, std::size_t size) {
+  if (!link->gate.TryBorrow()) return;
+  link->delegate.SendPacket(data, size);
+  link->gate.Return();
+}
+
+void LocalOSCPort::SendToDestination(const void* data, std::uint32_t size) {
+  bool sent;
+  {
+    CriticalSectionScope hold(lock);
+    // An address of 0 is this very machine on some systems.
+    sent = socket >= 1 && remoteAddressKnown &&
+           Use<DatagramApi>().send(socket, data, static_cast<int>(size), remoteAddress,
+                                   remotePort) >= 0;
+  }
+  if (!sent) std::fputs("sendto() failed\n", stderr);
+}
+
+void LocalOSCPort::Stop() {
+  CloseSocket();
+  CThread::Stop();
+  if (waker != 0) Use<SocketApi>().wake(waker);
+}
+
+void LocalOSCPort::CloseSocket() {
+  CriticalSectionScope hold(lock);
+  if (socket.exchange(0) < 1 || keepSocket) return;
+  NoteLeaving(localPort);
+  leaving = true;
+}
+
+void LocalOSCPort::CloseHandle() {
+  if (handle > 0) Use<SocketApi>().close(handle);
+  handle = 0;
+  if (leaving) NoteLeft(localPort);
+  leaving = false;
+}
+
+void LocalOSCPort::Finish() {
+  CloseSocket();
+  if (!keepSocket) {
+    CriticalSectionScope hold(lock);
+    CloseHandle();
+  }
+  if (tooLong > 0) {
+    LogDebug("OSC port %u: %llu datagrams were too long for a frame",
+             static_cast<unsigned>(localPort), static_cast<unsigned long long>(tooLong));
+  }
+  ConsolePrint("Finished\n");
+  LeaveThread();
+  const std::shared_ptr<LocalOSCPort> last = std::move(threadShare);
+}
+
+}  // namespace corvalint

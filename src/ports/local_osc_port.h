@@ -1,0 +1,111 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "clients/borrow_gate.h"
+#include "platform/critical_section.h"
+#include "service/cthread.h"
+
+namespace corvalint {
+
+// Sends a finished OSC packet of `size` bytes to the device. Called on the ports' threads and on
+// the client's, all at once; never blocks.
+class LocalOSCPortDelegate {
+ public:
+  virtual void SendPacket(const void* data, std::uint64_t size) = 0;
+
+ protected:
+  ~LocalOSCPortDelegate() = default;
+};
+
+// The way from the ports of one device to its client, shared by them all. It ends before the client
+// does: a port whose borrow fails has no delegate any more.
+struct LocalOSCPortLink {
+  explicit LocalOSCPortLink(LocalOSCPortDelegate& owner) : delegate(owner) {}
+
+  LocalOSCPortDelegate& delegate;
+  BorrowGate gate;
+};
+
+// Host and port number, in signed decimal, with nothing between them.
+std::string OscPortKey(const std::string& host, std::int32_t port);
+
+// One UDP port on 127.0.0.1 that a device has opened on the desktop, and its thread. What the
+// device sends goes to the destination (host and port), every datagram that arrives goes to the
+// device. Shared by the table and by its own thread.
+//
+// To the device, as OSC messages (docs/wire-format.md):
+//   "/osc/port_creation_report"   string bind key, int32 status
+//   "/osc"                        string bind key, blob: one datagram
+class LocalOSCPort final : public CThread {
+ public:
+  enum Status : std::uint32_t { kNotReady = 0, kReady = 1, kBindFailed = 2, kNoSocket = 3 };
+
+  // The sockets use the low 16 bits of the port numbers, the keys show them in full.
+  LocalOSCPort(std::int32_t bindPort, std::int32_t destinationPort, const std::string& host,
+               std::shared_ptr<LocalOSCPortLink> clientLink);
+  ~LocalOSCPort();
+
+  // Starts the port's thread, which keeps a share of the port until it ends. When the system
+  // refuses a thread the port stays silent until it is removed.
+  static void Launch(const std::shared_ptr<LocalOSCPort>& port);
+
+  std::uint32_t Run() override;
+  // Takes the socket out of use, clears `running` and ends the thread's wait. Any thread that holds
+  // a share.
+  void Stop() override;
+
+  // Sends bytes to the destination; a failure is a line on standard error. Any thread.
+  void SendToDestination(const void* data, std::uint32_t size) CORVALINT_EXCLUDES(lock);
+
+  // The device names the port by its destination key, the port names itself by its bind key.
+  const std::string& DestinationKey() const { return destinationKey; }
+  const std::string& BindKey() const { return bindKey; }
+
+  std::atomic<std::uint32_t> status{kNotReady};
+  std::atomic<std::uint32_t> reportedStatus{0};  // what the device last reported of it
+  std::atomic<bool> fresh{true};  // until a create request names a port that is there already
+
+ private:
+  int OpenSocket();
+  int MakeSocket() CORVALINT_EXCLUDES(lock);
+  bool Bind(int opened);
+  void ForwardDatagrams(int opened);
+  void ForwardWaiting(int opened);
+  void Forward(std::size_t size);
+  void Report(Status newStatus);
+  void SendToDevice(const void* data, std::size_t size);
+  void CloseSocket() CORVALINT_EXCLUDES(lock);
+  void CloseHandle() CORVALINT_REQUIRES(lock);
+  void Finish() CORVALINT_EXCLUDES(lock);
+
+  const std::uint16_t localPort;
+  const std::uint16_t remotePort;
+  const std::string destinationKey;
+  const std::string bindKey;
+  std::uint32_t remoteAddress = 0;  // network byte order; constant after construction
+  bool remoteAddressKnown = false;
+  const std::shared_ptr<LocalOSCPortLink> link;
+  std::atomic<int> waker{0};  // ends the thread's wait, whether or not the socket can
+
+  // Leaf: {read the socket, one send} against its end.
+  CriticalSection lock;
+  // What the device's bytes are sent through, 0 while none. The handle outlives it until the port's
+  // thread has left its wait: another socket may not get its number under a waiting thread.
+  std::atomic<int> socket{0};
+  int handle CORVALINT_GUARDED_BY(lock) = 0;
+  bool leaving CORVALINT_GUARDED_BY(lock) = false;  // noted in leaving_udp_ports.h
+  std::atomic<bool> keepSocket{false};  // its bind failed: only the destructor closes the handle
+
+  // These belong to the port's thread.
+  std::unique_ptr<char[]> datagram;
+  std::unique_ptr<char[]> packet;
+  std::uint64_t tooLong = 0;                  // datagrams that no frame can carry
+  std::shared_ptr<LocalOSCPort> threadShare;  // set before the thread starts, dropped by it
+};
+
+}  // namespace corvalint
