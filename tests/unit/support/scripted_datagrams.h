@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "platform/datagram.h"
+#include "platform/socket.h"
+
+namespace corvalint::test {
+
+// The system's datagram sockets, their waits and wakers, with what a test asks for put in between;
+// installed for as long as it lives, in front of whatever sockets are installed already. Sockets
+// are really closed. The use of one after its end, a second close, and a close while a thread waits
+// with it fail the test. Any thread.
+class ScriptedDatagrams {
+ public:
+  // What one wait finds; `error` is why, when `seen.failed`.
+  struct WaitAnswer {
+    SocketReadiness seen;
+    SocketError error = SocketError::none;
+  };
+  // A bind to a port number, 0 for a free one, and its result.
+  using Bind = std::pair<std::uint16_t, int>;
+
+  ScriptedDatagrams();
+  ~ScriptedDatagrams();
+  ScriptedDatagrams(const ScriptedDatagrams&) = delete;
+  ScriptedDatagrams& operator=(const ScriptedDatagrams&) = delete;
+
+  // What the next of these give instead of asking the system, one each. Binds to 0 are never asked.
+  void OpenAnswers(std::deque<int> answers);
+  void BindAnswers(std::deque<int> answers);
+  void ReceiveErrors(std::deque<SocketError> errors);
+  void WaitAnswers(std::deque<WaitAnswer> answers);
+  // So many of the next wakers cannot be had.
+  void RefuseWakers(int count);
+  // These run before each call, on the calling thread, with no lock held.
+  void BeforeOpen(std::function<void()> action);
+  void BeforeBind(std::function<void()> action);
+  void BeforeWait(std::function<void()> action);
+  void BeforeReceive(std::function<void()> action);
+  void BeforeSend(std::function<void()> action);
+
+  // All sockets so far, in order; their numbers may come again.
+  std::vector<int> Opened() const;
+  std::size_t OpenNow() const;
+  int WakersOpenNow() const;
+  std::vector<Bind> Binds() const;
+  int Waits() const;
+  int Receives() const;
+
+ private:
+  struct Table;
+  static ScriptedDatagrams& Current();
+  std::function<void()> Copy(const std::function<void()>& action) const;
+  bool IsOpen(int socket, const char* operation);
+  bool BeginWait(int socket);
+
+  const SocketApi* const installedBefore;
+  const SocketApi before;
+  SocketApi sockets;
+
+  mutable std::mutex mutex;
+  std::deque<int> openAnswers, bindAnswers;
+  std::deque<SocketError> receiveErrors;
+  std::deque<WaitAnswer> waitAnswers;
+  std::function<void()> beforeOpen, beforeBind, beforeWait, beforeReceive, beforeSend;
+  int wakerRefusals = 0;
+  std::vector<int> opened;
+  std::set<int> open, gone;    // a number that was closed and has not come again is gone
+  std::map<int, int> waiting;  // threads inside a wait, by socket
+  std::set<int> wakers;
+  std::vector<Bind> binds;
+  int waits = 0;
+  int receives = 0;
+};
+
+}  // namespace corvalint::test

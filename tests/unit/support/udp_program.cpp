@@ -1,0 +1,116 @@
+#include "support/udp_program.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+
+namespace corvalint::test {
+
+namespace {
+
+constexpr int kTimeOutMilliseconds = 30000;
+
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+int BoundSocket(std::uint16_t port) {
+  const int made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  EXPECT_GT(made, 0);
+  const sockaddr_in address = Loopback(port);
+  if (bind(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return made;
+  close(made);
+  return -1;
+}
+
+std::string AddressText(in_addr address) {
+  char text[INET_ADDRSTRLEN] = "";
+  return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
+}  // namespace
+
+UdpProgram::UdpProgram() : socket(BoundSocket(0)) {
+  EXPECT_GT(socket, 0);
+  port = StateOfSocket(socket).port;
+}
+
+UdpProgram::~UdpProgram() { close(socket); }
+
+void UdpProgram::Send(std::uint16_t destination, const std::string& bytes) const {
+  const sockaddr_in address = Loopback(destination);
+  EXPECT_EQ(sendto(socket, bytes.data(), bytes.size(), 0,
+                   reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            static_cast<ssize_t>(bytes.size()));
+}
+
+std::string UdpProgram::Receive() const {
+  pollfd polled{socket, POLLIN, 0};
+  std::string bytes(65536, '\0');
+  if (poll(&polled, 1, kTimeOutMilliseconds) != 1) {
+    ADD_FAILURE() << "no datagram came";
+    return "nothing came";
+  }
+  const ssize_t got = recv(socket, bytes.data(), bytes.size(), 0);
+  EXPECT_GE(got, 0);
+  bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+  return bytes;
+}
+
+bool UdpProgram::Silent() const {
+  pollfd polled{socket, POLLIN, 0};
+  return poll(&polled, 1, 0) == 0;
+}
+
+std::uint16_t FreeUdpPort() {
+  // Each test program begins elsewhere, since several run at once.
+  static std::atomic<unsigned> next{static_cast<unsigned>(getpid()) * 37u};
+  for (int tries = 0; tries < 20000; ++tries) {
+    const auto port = static_cast<std::uint16_t>(10000u + next++ % 20000u);
+    const int probe = BoundSocket(port);
+    if (probe < 0) continue;
+    close(probe);
+    return port;
+  }
+  ADD_FAILURE() << "no free port";
+  return 0;
+}
+
+UdpSocketState StateOfSocket(int socket) {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  EXPECT_EQ(getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  return {AddressText(address.sin_addr), ntohs(address.sin_port)};
+}
+
+std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port) {
+  std::ifstream table("/proc/net/udp");
+  std::string line;
+  std::getline(table, line);  // the heads of the columns
+  while (std::getline(table, line)) {
+    std::istringstream columns(line);
+    std::string place, local, ignored;
+    columns >> place >> local;
+    std::uint64_t drops = 0;
+    for (int i = 0; i < 10; ++i) columns >> ignored;
+    columns >> drops;
+    EXPECT_FALSE(columns.fail()) << line;
+    in_addr address{static_cast<in_addr_t>(std::stoul(local.substr(0, 8), nullptr, 16))};
+    const auto number = static_cast<std::uint16_t>(std::stoul(local.substr(9), nullptr, 16));
+    if (number == port) return UdpSocketState{AddressText(address), number, drops};
+  }
+  return std::nullopt;
+}
+
+}  // namespace corvalint::test

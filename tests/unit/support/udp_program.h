@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace corvalint::test {
+
+// A program of the desktop that speaks UDP: a socket on 127.0.0.1, at a free port. What takes
+// longer than a generous time-out fails the test.
+class UdpProgram {
+ public:
+  UdpProgram();
+  ~UdpProgram();
+  UdpProgram(const UdpProgram&) = delete;
+  UdpProgram& operator=(const UdpProgram&) = delete;
+
+  std::uint16_t Port() const { return port; }
+  // One datagram to that port of 127.0.0.1.
+  void Send(std::uint16_t destination, const std::string& bytes) const;
+  // The next datagram.
+  std::string Receive() const;
+  // Whether nothing is there to be read at the moment.
+  bool Silent() const;
+
+ private:
+  int socket;
+  std::uint16_t port = 0;
+};
+
+// A number that no UDP socket has, another one with each call; none that the system gives to a
+// socket by itself.
+std::uint16_t FreeUdpPort();
+
+// What the system knows of a UDP socket.
+struct UdpSocketState {
+  std::string address;      // where it is bound, "127.0.0.1"
+  std::uint16_t port = 0;   // 0 while it is not bound
+  std::uint64_t drops = 0;  // datagrams that found its buffer full
+};
+
+// By its descriptor.
+UdpSocketState StateOfSocket(int socket);
+// Of the one that is bound to that number; none when nobody has it.
+std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port);
+
+}  // namespace corvalint::test
