@@ -1,4 +1,4 @@
-// corvalint-demo: music both ways through the shipped DLL.
+// corvalint-demo: music and OSC both ways through the shipped DLL.
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +17,8 @@
 
 #include "demo/excerpt.h"
 #include "demo/options.h"
+#include "demo/osc_messages.h"
+#include "demo/osc_ways.h"
 #include "demo/performance.h"
 #include "demo/scenario.h"
 #include "demo/waiting.h"
@@ -86,6 +88,37 @@ void Play(Scenario& scenario, const std::vector<Piece>& pieces, const Options& o
   }
 }
 
+// The song as the OSC ways play it: at a rate that leaves them time to breathe, so that what is
+// measured is a message and not a queue, and as fast as it goes.
+Piece OscPiece(const Piece& piece) {
+  return {piece.song, Paced(piece.song, 2000, 1000), piece.rounds, "1,000/s"};
+}
+
+// Few, because each one costs the start of a program.
+Piece OscSendPiece(const Piece& piece) {
+  return {piece.song, Paced(piece.song, 60, 0), 0, "single"};
+}
+
+void PlayOsc(Scenario& scenario, const Piece& piece, const Options& options, Progress& progress,
+             std::vector<Row>& rows) {
+  progress.Line("Playing it in OSC messages, between programs of the desktop and the iPad");
+  OscDump dump;
+  DeviceOscPort port(scenario, dump.Port());
+  progress.Line("  the iPad has opened port " + std::to_string(port.Port()) +
+                " of 127.0.0.1, oscdump listens at port " + std::to_string(dump.Port()));
+  OscSendWay fromOscSend(scenario, port);
+  OscToDeviceWay toDevice(scenario, port);
+  OscFromDeviceWay fromDevice(scenario, port, dump);
+  const auto play = [&](const std::string& place, OscWay& way, const Piece& part) {
+    progress.Line(place + " of 3: " + way.Title());
+    Perform(way, part, progress, rows);
+    ShowConsole(scenario, options, progress);
+  };
+  play("1", fromOscSend, OscSendPiece(piece));
+  play("2", toDevice, OscPiece(piece));
+  play("3", fromDevice, OscPiece(piece));
+}
+
 // Saves what tells about the run in a new folder and says where.
 void Keep(Scenario& scenario, const std::string& failure) {
   if (!scenario.Started()) return;
@@ -136,6 +169,7 @@ int Run(const Options& options) {
     ShowConsole(scenario, options, progress);
     std::vector<Row> rows;
     Play(scenario, pieces, options, progress, rows);
+    PlayOsc(scenario, pieces.front(), options, progress, rows);
     const std::vector<std::string> complaints = scenario.Complaints();
     scenario.Finish();
     ShowConsole(scenario, options, progress);

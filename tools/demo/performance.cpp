@@ -14,7 +14,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kOwnTempo = "own tempo";
 constexpr const char* kFullSpeed = "full speed";
 
 Row& RowOf(std::vector<Row>& rows, const std::string& way, const std::string& pace) {
@@ -57,7 +56,7 @@ std::string Result(std::size_t sent, double seconds, bool perfect) {
 }
 
 // One pace on one way; `play` sends.
-void PerformAt(const char* pace, Way& way, std::size_t count, Progress& progress,
+void PerformAt(const std::string& pace, Way& way, std::size_t count, Progress& progress,
                std::vector<Row>& rows,
                const std::function<void(const std::function<void()>& tick)>& play) {
   const std::vector<std::string> receivers = way.Receivers();
@@ -67,8 +66,8 @@ void PerformAt(const char* pace, Way& way, std::size_t count, Progress& progress
     if (progress.Due()) progress.Update(way.SentCount(), ReceivedByAll(way));
   };
   way.Clear();
-  std::string label = std::string("  ") + pace;
-  label.resize(14, ' ');
+  std::string label = "  " + pace;
+  label.resize(std::max<std::size_t>(label.size() + 1, 14), ' ');
   progress.Begin(label, expected);
   const auto start = Clock::now();
   play(tick);
@@ -77,7 +76,9 @@ void PerformAt(const char* pace, Way& way, std::size_t count, Progress& progress
   const std::vector<harness::Recorded> sent = way.Sent();
   std::string differences;
   for (std::size_t i = 0; i < receivers.size(); ++i) {
-    const std::string first = RowOf(rows, receivers[i], pace).Add(sent, way.Received(i));
+    Row& row = RowOf(rows, receivers[i], pace);
+    const std::string first = row.Add(sent, way.Received(i));
+    if (!way.KnowsTimes()) row.times.clear();
     if (!first.empty()) differences += "\n    " + receivers[i] + ", " + first;
   }
   progress.End(Result(sent.size(), passed.count(), differences.empty()) + differences);
@@ -87,7 +88,7 @@ void PerformAt(const char* pace, Way& way, std::size_t count, Progress& progress
 
 void Perform(Way& way, const Piece& piece, Progress& progress, std::vector<Row>& rows) {
   if (!piece.excerpt.events.empty()) {
-    PerformAt(kOwnTempo, way, piece.excerpt.events.size(), progress, rows, [&](const auto& tick) {
+    PerformAt(piece.pace, way, piece.excerpt.events.size(), progress, rows, [&](const auto& tick) {
       device::Player player;
       player.Play(piece.excerpt, {}, [&](const device::SongEvent& event, std::size_t) {
         way.Send(event.bytes);
@@ -96,6 +97,7 @@ void Perform(Way& way, const Piece& piece, Progress& progress, std::vector<Row>&
       });
     });
   }
+  if (piece.rounds == 0) return;
   PerformAt(kFullSpeed, way, piece.rounds * piece.song.events.size(), progress, rows,
             [&](const auto& tick) { way.SendAll(piece.song, piece.rounds, tick); });
 }

@@ -13,9 +13,10 @@ namespace corvalint::demo {
 
 // A song as it is played on each way.
 struct Piece {
-  device::Song song;       // as fast as it goes
-  device::Song excerpt;    // at its own tempo; without events it is left out
-  std::size_t rounds = 1;  // how often the song is played as fast as it goes
+  device::Song song;               // as fast as it goes
+  device::Song excerpt;            // at its own tempo; without events it is left out
+  std::size_t rounds = 1;          // how often the song is played as fast as it goes; 0: not at all
+  std::string pace = "own tempo";  // of the excerpt, as the table names it
 };
 
 // Plays a piece on a way, shows how it goes, and adds what arrived to the row of each receiver and

@@ -20,7 +20,7 @@ struct Row {
   std::size_t changed = 0;
   std::size_t reordered = 0;
   std::size_t extra = 0;            // received, and never sent
-  std::uint64_t bytes = 0;          // of MIDI, received
+  std::uint64_t bytes = 0;          // of MIDI or of OSC packets, received
   std::vector<std::int64_t> times;  // nanoseconds from sending to arrival, of unharmed messages
 
   // Adds what one performance brought. Times of both lists are of one clock. Answers what differs

@@ -24,6 +24,9 @@ class Way {
   // How each receiver's row of the table is named.
   virtual std::vector<std::string> Receivers() const = 0;
 
+  // Whether Sent() gives the moment at which each message really left.
+  virtual bool KnowsTimes() const { return true; }
+
   // Forgets what was sent and received so far; nothing is under way when this returns.
   virtual void Clear() = 0;
   // Sends one message now.
