@@ -98,22 +98,29 @@ int LocalOSCPort::MakeSocket() {
 }
 
 bool LocalOSCPort::Bind(int opened) {
-  const DatagramApi& datagrams = Use<DatagramApi>();
   while (running && IsLeaving(localPort)) Use<ClockApi>().sleep(kLeavingPollMilliseconds);
   for (;;) {
-    const int result = datagrams.bindLoopback(opened, localPort);
-    if (result != 0) {
-      keepSocket = true;
-      // The first send would bind it to every network's address. It gets a number that nobody
-      // knows, on loopback as well.
-      datagrams.bindLoopback(opened, 0);
-    }
+    const int result = TryBind(opened);
     if (result >= kBindFailure) return true;
     ConsolePrint("bind failed  because %d \n", result);
     Report(kBindFailed);
     if (!running) return false;
     Use<ClockApi>().sleep(kRetryMilliseconds);
   }
+}
+
+// A port that was stopped before gets a free number instead of its own, where a port that the
+// device has opened since may be already. The same for one whose bind failed: its first send would
+// bind it to every network's address.
+int LocalOSCPort::TryBind(int opened) {
+  const DatagramApi& datagrams = Use<DatagramApi>();
+  CriticalSectionScope hold(lock);
+  if (!running) return datagrams.bindLoopback(opened, 0);
+  const int result = datagrams.bindLoopback(opened, localPort);
+  if (result == 0) return result;
+  keepSocket = true;
+  if (result >= kBindFailure) datagrams.bindLoopback(opened, 0);
+  return result;
 }
 
 void LocalOSCPort::ForwardDatagrams(int opened) {
@@ -192,13 +199,15 @@ void LocalOSCPort::SendToDestination(const void* data, std::uint32_t size) {
 }
 
 void LocalOSCPort::Stop() {
-  CloseSocket();
-  CThread::Stop();
+  {
+    CriticalSectionScope hold(lock);
+    CloseSocket();
+    CThread::Stop();
+  }
   if (waker != 0) Use<SocketApi>().wake(waker);
 }
 
 void LocalOSCPort::CloseSocket() {
-  CriticalSectionScope hold(lock);
   if (socket.exchange(0) < 1 || keepSocket) return;
   NoteLeaving(localPort);
   leaving = true;
@@ -212,10 +221,10 @@ void LocalOSCPort::CloseHandle() {
 }
 
 void LocalOSCPort::Finish() {
-  CloseSocket();
-  if (!keepSocket) {
+  {
     CriticalSectionScope hold(lock);
-    CloseHandle();
+    CloseSocket();
+    if (!keepSocket) CloseHandle();
   }
   if (tooLong > 0) {
     LogDebug("OSC port %u: %llu datagrams were too long for a frame",

@@ -73,13 +73,14 @@ class LocalOSCPort final : public CThread {
  private:
   int OpenSocket();
   int MakeSocket() CORVALINT_EXCLUDES(lock);
-  bool Bind(int opened);
+  bool Bind(int opened) CORVALINT_EXCLUDES(lock);
+  int TryBind(int opened) CORVALINT_EXCLUDES(lock);
   void ForwardDatagrams(int opened);
   void ForwardWaiting(int opened);
   void Forward(std::size_t size);
   void Report(Status newStatus);
   void SendToDevice(const void* data, std::size_t size);
-  void CloseSocket() CORVALINT_EXCLUDES(lock);
+  void CloseSocket() CORVALINT_REQUIRES(lock);
   void CloseHandle() CORVALINT_REQUIRES(lock);
   void Finish() CORVALINT_EXCLUDES(lock);
 
@@ -92,7 +93,7 @@ class LocalOSCPort final : public CThread {
   const std::shared_ptr<LocalOSCPortLink> link;
   std::atomic<int> waker{0};  // ends the thread's wait, whether or not the socket can
 
-  // Leaf: {read the socket, one send} against its end.
+  // Leaf: {read the socket, one send} against its end, {look at `running`, bind} against a stop.
   CriticalSection lock;
   // What the device's bytes are sent through, 0 while none. The handle outlives it until the port's
   // thread has left its wait: another socket may not get its number under a waiting thread.

@@ -130,14 +130,22 @@ struct ScriptedDatagrams::Table {
       return 0;
     }
     const int made = self.before.openWaker();
-    self.wakers.insert(made);
+    self.wakers.push_back(made);
+    self.wakersNow.insert(made);
     return made;
+  }
+
+  static void Wake(int waker) {
+    ScriptedDatagrams& self = Current();
+    const std::lock_guard hold(self.mutex);
+    self.woken.push_back(waker);
+    self.before.wake(waker);
   }
 
   static void CloseWaker(int waker) {
     ScriptedDatagrams& self = Current();
     const std::lock_guard hold(self.mutex);
-    self.wakers.erase(waker);
+    self.wakersNow.erase(waker);
     self.before.closeWaker(waker);
   }
 };
@@ -156,6 +164,7 @@ ScriptedDatagrams::ScriptedDatagrams()
   sockets.wait = Table::Wait;
   sockets.close = Table::Close;
   sockets.openWaker = Table::OpenWaker;
+  sockets.wake = Table::Wake;
   sockets.closeWaker = Table::CloseWaker;
   Install<SocketApi>(&sockets);
   Install<DatagramApi>(&kDatagrams);
@@ -165,7 +174,7 @@ ScriptedDatagrams::~ScriptedDatagrams() {
   Install<DatagramApi>(nullptr);
   Install<SocketApi>(installedBefore);
   EXPECT_EQ(open.size(), 0u) << "sockets were left open";
-  EXPECT_EQ(wakers.size(), 0u) << "wakers were left open";
+  EXPECT_EQ(wakersNow.size(), 0u) << "wakers were left open";
   current = nullptr;
 }
 
@@ -255,9 +264,19 @@ std::size_t ScriptedDatagrams::OpenNow() const {
   return open.size();
 }
 
+std::vector<int> ScriptedDatagrams::Wakers() const {
+  const std::lock_guard hold(mutex);
+  return wakers;
+}
+
+std::vector<int> ScriptedDatagrams::Woken() const {
+  const std::lock_guard hold(mutex);
+  return woken;
+}
+
 int ScriptedDatagrams::WakersOpenNow() const {
   const std::lock_guard hold(mutex);
-  return static_cast<int>(wakers.size());
+  return static_cast<int>(wakersNow.size());
 }
 
 std::vector<ScriptedDatagrams::Bind> ScriptedDatagrams::Binds() const {

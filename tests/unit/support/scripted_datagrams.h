@@ -50,6 +50,9 @@ class ScriptedDatagrams {
   // All sockets so far, in order; their numbers may come again.
   std::vector<int> Opened() const;
   std::size_t OpenNow() const;
+  // All wakers so far, and which of them were woken, in order.
+  std::vector<int> Wakers() const;
+  std::vector<int> Woken() const;
   int WakersOpenNow() const;
   std::vector<Bind> Binds() const;
   int Waits() const;
@@ -75,7 +78,8 @@ class ScriptedDatagrams {
   std::vector<int> opened;
   std::set<int> open, gone;    // a number that was closed and has not come again is gone
   std::map<int, int> waiting;  // threads inside a wait, by socket
-  std::set<int> wakers;
+  std::set<int> wakersNow;
+  std::vector<int> wakers, woken;
   std::vector<Bind> binds;
   int waits = 0;
   int receives = 0;
