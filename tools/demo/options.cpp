@@ -106,7 +106,9 @@ std::string HelpText() {
 Plays music through corvalint_wrapper.dll, at a simulated Windows desk under Wine and with two
 simulated devices: from a device to a Windows output, from a device to the port that it publishes on
 the desktop, and from a Windows input to both devices. Each way is played at the music's own tempo
-for some bars and then as fast as it goes. A table at the end compares what was sent and received.
+for some bars and then as fast as it goes. Then the first song is played in OSC messages through a
+port that a device opens on the desktop, to and from programs that are not ours (oscsend, oscdump).
+A table at the end compares what was sent and received.
 
   --song NAME  play this song (a part of its name will do); may be given several times
   --all        play every song of the OpenMSX collection

@@ -45,9 +45,11 @@ void OscDump::Flush() {
     std::unique_lock hold(mutex);
     changed.wait_for(hold, time, [&] { return ended || lastMark == DumpLine(mark); });
     if (!ended) return lastMark == DumpLine(mark);
+    hold.unlock();
     CheckInterrupted();
-    throw std::runtime_error("oscdump of the package liblo-tools does not run: " +
-                             process.Errors());
+    const std::optional<int> code = process.WaitForExit();
+    throw std::runtime_error("oscdump (package liblo-tools) has ended, code " +
+                             std::to_string(code.value_or(-1)) + " " + process.Errors());
   });
 }
 
