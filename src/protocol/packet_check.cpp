@@ -72,6 +72,8 @@ void CheckMessage(const char* message, std::size_t size) {
   rest.SkipText("unterminated address pattern");
   if (rest.size == 0 || *rest.at != ',') return;  // no type tags
   const char* typeTag = rest.at + 1;
+  // What follows an empty list of tags is nobody's business.
+  if (rest.size > 1 && *typeTag == '\0') return;
   rest.SkipText("type tags were not terminated before end of message");
   for (; *typeTag != '\0'; ++typeTag) CheckArgument(*typeTag, rest);
 }

@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Runs every fuzz target of a tree at once for some minutes, or shows what the corpora cover.
+#   run.sh fuzz TREE MINUTES       exit code 1 when something was found
+#   run.sh coverage TREE FUZZTREE  TREE is built with clang's coverage
+# Corpora grow in TREE/corpus, findings are kept in TREE/findings. The committed corpora are only
+# read.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+
+# Longest inputs: short ones find as much and run faster.
+declare -A longest=([packet]=512 [config]=160 [host]=256)
+
+targets() {
+  local source
+  for source in "$here"/*_fuzz.cpp; do basename "$source" _fuzz.cpp; done
+}
+
+# The number that stands behind a word in a log, 0 without one.
+number() { sed -n "s/.*$2:* *\([0-9]*\).*/\1/p" "$1" | tail -n 1 | grep . || echo 0; }
+
+# One fuzzer of a target; its number is in the name of its log.
+work() {
+  local tree=$1 target=$2 worker=$3 seconds=$4
+  "$tree/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -print_final_stats=1 -reload=1 \
+    -timeout=20 -rss_limit_mb=2048 -max_len="${longest[$target]:-4096}" -dict="$here/osc.dict" \
+    -artifact_prefix="$tree/findings/$target/" "$tree/corpus/$target" "$here/corpus/$target" \
+    >"$tree/log/$target.$worker" 2>&1 || true
+}
+
+report() {
+  local tree=$1 target=$2 seconds=$3 log runs=0 finding status=0
+  for log in "$tree/log/$target".*; do
+    runs=$((runs + $(number "$log" stat::number_of_executed_units)))
+    # One that ended without its last lines did not come to its end.
+    grep -q stat::number_of_executed_units "$log" || status=1
+  done
+  local findings=("$tree/findings/$target"/*)
+  printf '%-8s %12d %8d %7d %9d\n' "$target" "$runs" $((runs / seconds)) \
+    "$(find "$tree/corpus/$target" -type f | wc -l)" "${#findings[@]}"
+  for finding in "${findings[@]}"; do
+    status=1
+    printf '  found by %s, replay: %s %s\n' "$target" "$tree/tests/fuzz/fuzz_$target" "$finding"
+  done
+  [[ $status -eq 0 || ${#findings[@]} -gt 0 ]] ||
+    printf '  %s ended early, see %s\n' "$target" "$tree/log/$target.*"
+  total=$((total + runs))
+  return $status
+}
+
+fuzz() {
+  local tree=$1 minutes=$2 target worker workers failed=0
+  local seconds=$((minutes * 60)) names
+  mapfile -t names < <(targets)
+  workers=$(($(nproc) / ${#names[@]}))
+  [[ $workers -ge 1 ]] || workers=1
+  shopt -s nullglob
+  rm -rf "$tree/log"
+  mkdir -p "$tree/log"
+  for target in "${names[@]}"; do
+    mkdir -p "$tree/corpus/$target" "$tree/findings/$target"
+    for ((worker = 1; worker <= workers; ++worker)); do
+      work "$tree" "$target" "$worker" "$seconds" &
+    done
+  done
+  wait
+  total=0
+  printf '%-8s %12s %8s %7s %9s\n' target executions 'a second' corpus findings
+  for target in "${names[@]}"; do report "$tree" "$target" "$seconds" || failed=1; done
+  printf '%-8s %12d\n' total "$total"
+  return $failed
+}
+
+coverage() {
+  local tree=$1 fuzzTree=$2 target objects=()
+  shopt -s nullglob
+  rm -f "$tree"/*.profraw
+  for target in $(targets); do
+    local program=$tree/tests/fuzz/replay_$target folders=("$here/corpus/$target")
+    [[ ! -d $fuzzTree/corpus/$target ]] || folders+=("$fuzzTree/corpus/$target")
+    LLVM_PROFILE_FILE=$tree/$target.profraw "$program" "${folders[@]}" >/dev/null 2>"$tree/$target.log" ||
+      { tail -n 3 "$tree/$target.log" >&2 && return 1; }
+    objects+=(-object "$program")
+  done
+  llvm-profdata merge -o "$tree/all.profdata" "$tree"/*.profraw
+  llvm-cov report -instr-profile "$tree/all.profdata" "${objects[@]}" "$root/src" |
+    awk '/^Filename/ || /^TOTAL/ || NF == 13 { print $1, $(NF - 5), $(NF - 4), $(NF - 3) }' |
+    column -t -N file,lines,missed,covered
+}
+
+"$@"
