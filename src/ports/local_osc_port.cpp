@@ -195,7 +195,9 @@ void LocalOSCPort::SendToDestination(const void* data, std::uint32_t size) {
            Use<DatagramApi>().send(socket, data, static_cast<int>(size), remoteAddress,
                                    remotePort) >= 0;
   }
-  if (!sent) std::fputs("sendto() failed\n", stderr);
+  if (sent) return;
+  std::fputs("sendto() failed\n", stderr);
+  std::fflush(stderr);  // a pipe behind it would keep the line back until the process ends
 }
 
 void LocalOSCPort::Stop() {

@@ -2,8 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "windows/support/osc_ports.h"
-#include "windows/support/two_devices.h"
+#include "windows/support/osc_two_devices.h"
 #include "windows/support/wire_bytes.h"
 
 namespace corvalint::windows_test {
@@ -14,26 +13,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr const char* kLoopback = "127.0.0.1";
-constexpr const char* kReportAddress = "/osc/port_creation_report";
-constexpr std::size_t kLongestDatagram = 65507;
-
-Bytes Numbered(std::size_t size) {
-  Bytes bytes(size);
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
-  return bytes;
-}
-
-class OscPorts : public TwoDevices {
- protected:
-  bool Send(const Bytes& packet) { return a->App().SendPacket(packet); }
-  // The console once the threads of so many ports have ended; their lines and no others.
-  void ExpectEnded(std::size_t ports) {
-    std::string lines;
-    for (std::size_t i = 0; i < ports; ++i) lines += "Finished\n";
-    EXPECT_EQ(console.After(lines), lines);
-  }
-};
+class OscPorts : public OscTwoDevices {};
 
 TEST_F(OscPorts, APortListensOnLoopbackAloneAndReportsItselfByItsBindKey) {
   OscPort port(*a);
@@ -182,7 +162,7 @@ TEST_F(OscPorts, NumbersMayBeDecimalText) {
 TEST_F(OscPorts, TheShortestAndTheLongestDatagramPassBothWays) {
   OscPort port(*a);
   ASSERT_TRUE(port.Create());
-  const Bytes longest = Numbered(kLongestDatagram);
+  const Bytes longest = CountingBytes(kLongestDatagram);
   ASSERT_TRUE(port.ToDevice({}));
   ASSERT_TRUE(port.ToDevice(longest));
   const std::vector<Bytes> expected{DataFrame(port.BindKey(), {}),

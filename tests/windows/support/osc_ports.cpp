@@ -46,16 +46,6 @@ bool Bind(const device::Descriptor& socket, std::uint16_t port) {
   return bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-template <typename Condition>
-bool Await(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
-
 std::uint64_t FromHex(std::string_view text) {
   std::uint64_t value = 0;
   std::from_chars(text.data(), text.data() + text.size(), value, 16);
@@ -131,6 +121,15 @@ std::vector<KernelSocket> UdpSocketsOn(std::uint16_t port) {
   return found;
 }
 
+bool Await(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
 bool WaitForUdpSockets(std::uint16_t port, std::size_t count) {
   return Await([&] { return UdpSocketsOn(port).size() == count; });
 }
@@ -140,6 +139,12 @@ bool WaitUntilRead(std::uint16_t port) {
     const auto sockets = UdpSocketsOn(port);
     return sockets.size() == 1 && sockets[0].waiting == 0;
   });
+}
+
+Bytes CountingBytes(std::size_t size) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
+  return bytes;
 }
 
 Bytes CreatePacket(std::int32_t destination, std::int32_t bind, const std::string& host) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,10 +44,15 @@ struct KernelSocket {
   std::uint64_t dropped = 0;  // datagrams that found no room, since it was made
 };
 std::vector<KernelSocket> UdpSocketsOn(std::uint16_t port);
+// Looks until the condition holds; false when it does not within the tests' patience.
+bool Await(const std::function<bool()>& condition);
 // Until so many sockets are bound to the number.
 bool WaitForUdpSockets(std::uint16_t port, std::size_t count);
 // Until the one socket with this number has been read empty.
 bool WaitUntilRead(std::uint16_t port);
+
+// So many bytes in which a piece that is missing or moved shows.
+device::Bytes CountingBytes(std::size_t size);
 
 // Packets of a device.
 device::Bytes CreatePacket(std::int32_t destination, std::int32_t bind, const std::string& host);
