@@ -81,7 +81,51 @@ def config_seeds():
     }
 
 
+def host_seeds():
+    def call(choice, destinations=False, rest=b""):
+        return bytes([choice * 2 + destinations]) + rest
+
+    def toggle(which, plan=0, destinations=False):
+        return call(9, destinations, bytes([which, plan]))
+
+    def status(which, destinations=False):
+        return call(6, destinations, bytes([which]))
+
+    calls = b"\0"
+    return {
+        "constants": calls + call(0, rest=bytes(16)) + call(1) + call(1, True),
+        "positions-in-and-out-of-range": calls + b"".join(call(3, rest=bytes([p])) for p in range(8)),
+        "position-most-negative": calls + call(2, rest=b"\x80\0\0\0") + call(2, True, b"\x7f\xff\xff\xff"),
+        "name-byte-by-byte": calls + b"".join(call(4, rest=bytes([0, p])) for p in range(12)),
+        "name-of-unknown-id": calls + call(4, rest=b"\x09\0\0\0\x63\x05"),
+        "name-byte-far-out": calls + bytes([4 * 2 | 64, 2]) + b"\x7f\xff\xff\xff",
+        "on-and-off": calls + toggle(0) + status(0) + toggle(0) + status(0),
+        "twin-id-switches-the-first": calls + toggle(3) + status(0) + status(3),
+        "destination-on": calls + toggle(1, 0, True) + status(1, True),
+        "open-fails": calls + toggle(0, 1) + status(0) + toggle(0, 0),
+        "third-buffer-fails": calls + toggle(0, 2 | 2 << 6) + toggle(0),
+        "start-fails": calls + toggle(2, 3) + toggle(2),
+        "device-moved": calls + toggle(0, 4) + toggle(0) + toggle(2, 4 | 16) + toggle(1, 4 | 8, True),
+        "short-messages": calls + toggle(0) + call(7, rest=b"\0\x80\0\x7f\x3c\x90") + call(7, rest=b"\0\x80\0\0\0\xf8"),
+        "long-message": calls + toggle(0) + call(7, rest=b"\0\x03\xf0\x01\xf7") * 5,
+        "send-to-open-and-closed": calls + toggle(0, 0, True) + call(8, rest=b"\0\x02\xc0\x01") + call(8, rest=b"\1\x02\xc0\x01"),
+        "options-all": b"\1--json\0--no-start\0--verbose",
+        "options-unknown": b"\1--json\0--nonsense\0list",
+        "options-then-command": b"\1-h\0list\0--json",
+        "options-no-start-alone": b"\1--no-start",
+        "number-small": b"\2-42",
+        "number-just-too-large": b"\x022147483648",
+        "number-most-negative": b"\2-9223372036854775808",
+        "number-with-plus": b"\2+1",
+        "target-quoted": b'\3 source "USB Keyboard" ',
+        "target-only-a-side": b"\3source",
+        "target-one-quote": b'\3destination "',
+        "command-with-blanks": b"\3 \ttoggle\r\n 12  13 ",
+    }
+
+
 TARGETS = {
+    "host": host_seeds,
     "packet": packet_seeds,
     "config": config_seeds,
 }
