@@ -104,16 +104,17 @@ class Host {
     registry.inputsAtScan = desk.inputs;
     registry.outputsAtScan = desk.outputs;
     CriticalSectionScope hold(registry.listLock);
-    for (std::size_t i = 0; i < sides[0].size(); ++i)
-      sides[0][i].record = registry.sources[i].get();
-    for (std::size_t i = 0; i < sides[1].size(); ++i) {
-      sides[1][i].record = registry.destinations[i].get();
+    for (std::size_t i = 0; i < sides[0].size(); ++i) {
+      Restore(sides[0][i], *registry.sources[i], i);
     }
-    for (auto& side : sides) {
-      for (std::size_t i = 0; i < side.size(); ++i) Restore(*side[i].record, i);
+    for (std::size_t i = 0; i < sides[1].size(); ++i) {
+      Restore(sides[1][i], *registry.destinations[i], i);
     }
   }
-  static void Restore(MidiEndpoint& record, std::size_t place) {
+  static void Restore(Endpoint& endpoint, MidiEndpoint& record, std::size_t place) {
+    endpoint.on = false;
+    endpoint.available = true;
+    endpoint.record = &record;
     record.off = true;
     record.available = true;
     record.handle = nullptr;
