@@ -182,8 +182,10 @@ void LocalOSCPort::Report(Status newStatus) {
 
 void LocalOSCPort::SendToDevice(const void* data, std::size_t size) {
   if (!link->gate.TryBorrow()) return;
+  // Also after an exception: the owner's end waits for it.
+  const std::unique_ptr<BorrowGate, void (*)(BorrowGate*)> borrowed(
+      &link->gate, [](BorrowGate* gate) { gate->Return(); });
   link->delegate.SendPacket(data, size);
-  link->gate.Return();
 }
 
 void LocalOSCPort::SendToDestination(const void* data, std::uint32_t size) {

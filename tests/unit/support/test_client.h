@@ -20,7 +20,7 @@ namespace corvalint::test {
 class TestClient final : public BaseClientThread {
  public:
   using BaseClientThread::BaseClientThread;
-  ~TestClient() override = default;
+  ~TestClient() override { localPorts.reset(); }
 
   // A stream for the next connection: the device's end of it.
   std::unique_ptr<StreamPeer> Prepare() {
@@ -40,6 +40,10 @@ class TestClient final : public BaseClientThread {
   void ClearRunning() { running = false; }
   void SetEndpoint(const RemoteEndpoint& endpoint) { remoteEndpoint = endpoint; }
   std::atomic<std::int32_t>& Disconnected() { return disconnected; }
+  LocalOSCPortTable& Ports() { return *localPorts; }
+  void CloseStream() { stream.Close(); }
+  // As at the end of a client.
+  void ReleasePorts() { localPorts.reset(); }
 
   // With a recorder the messages go there instead of into the dispatch.
   std::function<void(const std::string& address, const RemoteEndpoint& endpoint)> recorder;
