@@ -57,6 +57,9 @@ void LocalOSCPort::Launch(const std::shared_ptr<LocalOSCPort>& port) {
 
 std::uint32_t LocalOSCPort::Run() {
   try {
+    // Before anything is reported: a port without them would be ready for nothing.
+    datagram = std::make_unique_for_overwrite<char[]>(kDatagramBuffer);
+    packet = std::make_unique_for_overwrite<char[]>(kMaximumPacket);
     const int opened = OpenSocket();
     if (opened >= 1 && Bind(opened)) {
       Report(kReady);
@@ -125,8 +128,6 @@ int LocalOSCPort::TryBind(int opened) {
 
 void LocalOSCPort::ForwardDatagrams(int opened) {
   const SocketApi& sockets = Use<SocketApi>();
-  datagram = std::make_unique_for_overwrite<char[]>(kDatagramBuffer);
-  packet = std::make_unique_for_overwrite<char[]>(kMaximumPacket);
   while (running) {
     const SocketReadiness ready = sockets.wait(opened, false, waker);
     // Asked first: the wait also ends because of a stop.

@@ -41,7 +41,7 @@ std::shared_ptr<LocalOSCPort> LocalOSCPortTable::CreatePort(std::int32_t destina
   return port;
 }
 
-void LocalOSCPortTable::RemovePort(const std::string& destinationKey) {
+void LocalOSCPortTable::RemovePort(std::string_view destinationKey) {
   PortPointer port;
   {
     CriticalSectionScope hold(lock);
@@ -70,7 +70,7 @@ void LocalOSCPortTable::Shut() {
   shut = true;
 }
 
-std::shared_ptr<LocalOSCPort> LocalOSCPortTable::Find(const std::string& destinationKey) const {
+std::shared_ptr<LocalOSCPort> LocalOSCPortTable::Find(std::string_view destinationKey) const {
   CriticalSectionScope hold(lock);
   return FindLocked(destinationKey);
 }
@@ -81,7 +81,7 @@ std::size_t LocalOSCPortTable::Count() const {
 }
 
 LocalOSCPortTable::PortPointer LocalOSCPortTable::FindLocked(
-    const std::string& destinationKey) const {
+    std::string_view destinationKey) const {
   for (const PortPointer& port : ports) {
     if (port->DestinationKey() == destinationKey) return port;
   }

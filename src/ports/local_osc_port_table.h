@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/critical_section.h"
@@ -29,21 +30,21 @@ class LocalOSCPortTable {
   std::shared_ptr<LocalOSCPort> CreatePort(std::int32_t destinationPort, std::int32_t bindPort,
                                            const std::string& host) CORVALINT_EXCLUDES(lock);
   // Removes and stops the port with that destination key; nothing when there is none.
-  void RemovePort(const std::string& destinationKey) CORVALINT_EXCLUDES(lock);
+  void RemovePort(std::string_view destinationKey) CORVALINT_EXCLUDES(lock);
   // Removes and stops all ports, the last one first.
   void RemoveAll() CORVALINT_EXCLUDES(lock);
   // From now on no port is created: nobody would stop it.
   void Shut() CORVALINT_EXCLUDES(lock);
 
   // Null when no port has that destination key.
-  std::shared_ptr<LocalOSCPort> Find(const std::string& destinationKey) const
+  std::shared_ptr<LocalOSCPort> Find(std::string_view destinationKey) const
       CORVALINT_EXCLUDES(lock);
   std::size_t Count() const CORVALINT_EXCLUDES(lock);
 
  private:
   using PortPointer = std::shared_ptr<LocalOSCPort>;
 
-  PortPointer FindLocked(const std::string& destinationKey) const CORVALINT_REQUIRES(lock);
+  PortPointer FindLocked(std::string_view destinationKey) const CORVALINT_REQUIRES(lock);
   PortPointer PortInUse(const LocalOSCPort& wanted) const CORVALINT_REQUIRES(lock);
   bool Holds(const PortPointer& port) const CORVALINT_EXCLUDES(lock);
 

@@ -1,7 +1,5 @@
 #include <osc/OscOutboundPacketStream.h>
 
-#include <cstring>
-
 #include "clients/packet_buffer.h"
 #include "protocol/base_client_thread.h"
 #include "service/console.h"
@@ -49,18 +47,15 @@ void BaseClientThread::ProcessMessage(const osc::ReceivedMessage& message,
 }
 
 void BaseClientThread::Dispatch(const osc::ReceivedMessage& message, std::int64_t now) {
-  const auto addressIs = [&](const char* address) {
-    return std::strcmp(message.AddressPattern(), address) == 0;
-  };
   OscArguments arguments(message);
   if (OscPortMessage(message, arguments)) return;
-  if (addressIs("/midi")) return MidiFromDevice(arguments);
-  if (addressIs("/init_timing")) return InitTiming(arguments);
-  if (addressIs("/update_timing")) return UpdateTiming(arguments, now);
-  if (addressIs("/add_remote_source")) return AddRemoteSource(arguments);
-  if (addressIs("/add_remote_destination")) return AddRemoteDestination(arguments);
-  if (addressIs("/remove_remote_source")) return RemoveRemoteSource(arguments);
-  if (addressIs("/remove_remote_destination")) return RemoveRemoteDestination(arguments);
+  if (AddressIs(message, "/midi")) return MidiFromDevice(arguments);
+  if (AddressIs(message, "/init_timing")) return InitTiming(arguments);
+  if (AddressIs(message, "/update_timing")) return UpdateTiming(arguments, now);
+  if (AddressIs(message, "/add_remote_source")) return AddRemoteSource(arguments);
+  if (AddressIs(message, "/add_remote_destination")) return AddRemoteDestination(arguments);
+  if (AddressIs(message, "/remove_remote_source")) return RemoveRemoteSource(arguments);
+  if (AddressIs(message, "/remove_remote_destination")) return RemoveRemoteDestination(arguments);
   // Anything else is ignored without a line.
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace corvalint {
@@ -13,6 +14,11 @@ struct RemoteEndpoint {
   std::uint32_t address = 0;
   std::uint16_t port = 0;
 };
+
+// Whether a message is to exactly that address; one that only begins like it is another.
+inline bool AddressIs(const osc::ReceivedMessage& message, const char* address) {
+  return std::strcmp(message.AddressPattern(), address) == 0;
+}
 
 // Takes OSC packets apart: every message, also of bundles in bundles, is dispatched at once and in
 // order, time tags are not waited for. Throws the OSC library's malformed-packet, -message and

@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "protocol/base_client_thread.h"
 
 namespace corvalint {
@@ -9,14 +7,11 @@ namespace corvalint {
 // done.
 bool BaseClientThread::OscPortMessage(const osc::ReceivedMessage& message,
                                       OscArguments& arguments) {
-  const auto addressIs = [&](const char* address) {
-    return std::strcmp(message.AddressPattern(), address) == 0;
-  };
   if (localPorts == nullptr) return false;
-  if (addressIs("/osc/create_port")) return CreateOscPort(arguments), true;
-  if (addressIs("/osc/remove_port")) return RemoveOscPort(arguments), true;
-  if (addressIs("/osc/port_creation_report")) return NoteOscPortReport(arguments), true;
-  if (addressIs("/osc")) return SendThroughOscPort(arguments), true;
+  if (AddressIs(message, "/osc/create_port")) return CreateOscPort(arguments), true;
+  if (AddressIs(message, "/osc/remove_port")) return RemoveOscPort(arguments), true;
+  if (AddressIs(message, "/osc/port_creation_report")) return NoteOscPortReport(arguments), true;
+  if (AddressIs(message, "/osc")) return SendThroughOscPort(arguments), true;
   return false;
 }
 

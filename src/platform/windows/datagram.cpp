@@ -1,8 +1,7 @@
 #include "platform/datagram.h"
 
-#include <limits>
 // The sockets' header stands before those that build on it.
-#include "platform/windows/system_headers.h"
+#include "platform/windows/datagram_socket.h"
 
 #include <mswsock.h>
 #include <ws2tcpip.h>
@@ -12,8 +11,6 @@ namespace {
 
 // A burst must find room while the reader is busy, and a large datagram must not have to wait.
 constexpr int kSocketBuffer = 1 << 20;
-
-SOCKET Native(int socket) { return static_cast<SOCKET>(static_cast<unsigned>(socket)); }
 
 sockaddr_in Address(std::uint32_t address, std::uint16_t port) {
   sockaddr_in result{};
@@ -32,20 +29,13 @@ void IgnoreRefusedSends(SOCKET socket) {
 }
 
 int Open() {
-  const SOCKET made =
-      WSASocketW(AF_INET, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
-  if (made == INVALID_SOCKET) return -1;
-  u_long on = 1;
-  if (made > static_cast<SOCKET>(std::numeric_limits<int>::max()) ||
-      ioctlsocket(made, static_cast<long>(FIONBIO), &on) != 0) {
-    closesocket(made);
-    return -1;
-  }
-  IgnoreRefusedSends(made);
+  const int made = OpenDatagramSocket();
+  if (made < 0) return made;
+  IgnoreRefusedSends(Native(made));
   const auto* const size = reinterpret_cast<const char*>(&kSocketBuffer);
-  setsockopt(made, SOL_SOCKET, SO_RCVBUF, size, sizeof kSocketBuffer);
-  setsockopt(made, SOL_SOCKET, SO_SNDBUF, size, sizeof kSocketBuffer);
-  return static_cast<int>(made);
+  setsockopt(Native(made), SOL_SOCKET, SO_RCVBUF, size, sizeof kSocketBuffer);
+  setsockopt(Native(made), SOL_SOCKET, SO_SNDBUF, size, sizeof kSocketBuffer);
+  return made;
 }
 
 int BindLoopback(int socket, std::uint16_t port) {

@@ -1,14 +1,9 @@
 #include "platform/socket.h"
 
-#include <limits>
-
-#include "platform/windows/system_headers.h"
+#include "platform/windows/datagram_socket.h"
 
 namespace corvalint {
 namespace {
-
-// Handle values have 32 significant bits, so a positive number holds one without loss.
-SOCKET Native(int socket) { return static_cast<SOCKET>(static_cast<unsigned>(socket)); }
 
 int StartUp() {
   WSADATA data{};
@@ -104,16 +99,13 @@ bool ConnectToItself(SOCKET socket) {
 }
 
 int OpenWaker() {
-  const SOCKET socket =
-      WSASocketW(AF_INET, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
-  if (socket == INVALID_SOCKET) return 0;
-  u_long on = 1;
-  if (socket > static_cast<SOCKET>(std::numeric_limits<int>::max()) || !ConnectToItself(socket) ||
-      ioctlsocket(socket, static_cast<long>(FIONBIO), &on) != 0) {
-    closesocket(socket);
+  const int waker = OpenDatagramSocket();
+  if (waker < 0) return 0;
+  if (!ConnectToItself(Native(waker))) {
+    closesocket(Native(waker));
     return 0;
   }
-  return static_cast<int>(socket);
+  return waker;
 }
 
 // A full buffer loses the byte, and then a signal is waiting already.
