@@ -9,7 +9,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 
 # Longest inputs: short ones find as much and run faster.
-declare -A longest=([packet]=512 [config]=160 [host]=256)
+declare -A longest=([packet]=512 [config]=160 [host]=192 [stream]=2048 [devices]=600)
 
 targets() {
   local source

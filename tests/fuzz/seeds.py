@@ -10,7 +10,7 @@ import struct
 import sys
 
 sys.dont_write_bytecode = True
-from osc_bytes import bundle, message, midi, text
+from osc_bytes import bundle, frame, message, midi, text
 
 CORPUS = pathlib.Path(__file__).parent / "corpus"
 
@@ -124,7 +124,54 @@ def host_seeds():
     }
 
 
+def stream_seeds():
+    def stream(*frames, flags=0, pattern=b"", connections=()):
+        sizes = b"".join(struct.pack(">H", len(c)) for c in connections)
+        head = bytes([flags | len(connections) << 4, len(pattern)]) + pattern + sizes
+        return head + b"".join(connections) + b"".join(frames)
+
+    add_source = frame(message("/add_remote_source", "si", "Piano", 7))
+    add_destination = frame(message("/add_remote_destination", "si", "Piano", 8))
+    remove_source = frame(message("/remove_remote_source", "si", "Piano", 7))
+    timing = frame(message("/init_timing", "h", 1000)) + frame(message("/update_timing", "h", 2000))
+    create_port = frame(message("/osc/create_port", "iis", 9000, 9001, "127.0.0.1"))
+    osc = frame(message("/osc", "sb", "127.0.0.19000", b"/x\0\0,\0\0\0"))
+    note = frame(midi())
+    return {
+        "midi-to-unknown-id": stream(note),
+        "midi-to-published-source": stream(add_source, note, remove_source, note),
+        "header-byte-by-byte": stream(add_source, note, pattern=b"\0"),
+        "small-cuts": stream(add_source, timing, note, pattern=b"\x08\x10\x18\x00"),
+        "disturbed-waits": stream(note, timing, note, pattern=b"\x2c\x2d\x2e\x28"),
+        "replies-in-pieces": stream(timing * 6, flags=2, pattern=b"\x10\x0f\x20"),
+        "replies-that-would-block": stream(timing * 6, flags=2, pattern=b"\x0f\x28\x38\x20\x0f"),
+        "kind-one-is-dropped": stream(frame(midi(), kind=1), note),
+        "other-tag-is-ignored": stream(frame(midi(), tag=77), note),
+        "length-zero": stream(frame(b""), note, connections=(note,)),
+        "length-too-large": stream(note, connections=(note + struct.pack(">I", 131073), timing)),
+        "length-negative": stream(struct.pack(">I", 0xFFFFFFFF) + note),
+        "length-no-multiple-of-four": stream(frame(midi() + b"x"), frame(b"#"), frame(b"/"), note),
+        "ends-in-header": stream(note, b"\0\0\0"),
+        "ends-in-payload-with-error": stream(note, note[:-5], flags=1),
+        "stopped-in-payload": stream(note, frame(midi(data=bytes(40))), flags=0xC0, pattern=b"\x10" * 4),
+        "bundle-of-everything": stream(
+            frame(bundle(add_source[12:], bundle(note[12:], timing[12:36]), create_port[12:], osc[12:]))
+        ),
+        "wrong-argument-in-bundle": stream(frame(bundle(message("/midi", "i", 1), midi()))),
+        "malformed-in-bundle": stream(frame(bundle(b"/abc", midi())), note),
+        "osc-port-life": stream(create_port, osc, note, osc, frame(message("/osc/remove_port", "iis", 9000, 0, "127.0.0.1"))),
+        "osc-port-twice": stream(create_port, create_port, timing),
+        "osc-port-without-thread": stream(create_port, osc, flags=4),
+        "osc-port-bind-fails": stream(frame(message("/osc/create_port", "iis", 1, 2, "127.0.0.1")), timing * 3),
+        "osc-port-left-at-disconnect": stream(timing, connections=(create_port + note,)),
+        "driver-refuses": stream(add_source, add_destination, note, flags=8),
+        "name-too-long-to-announce": stream(frame(message("/add_remote_source", "si", "n" * 4080, 7)), note),
+        "name-just-fits": stream(frame(message("/add_remote_source", "si", "n" * 4063, 7)), note),
+    }
+
+
 TARGETS = {
+    "stream": stream_seeds,
     "host": host_seeds,
     "packet": packet_seeds,
     "config": config_seeds,
