@@ -22,9 +22,9 @@ class TestClient final : public BaseClientThread {
   using BaseClientThread::BaseClientThread;
   ~TestClient() override { localPorts.reset(); }
 
-  // A stream for the next connection: the device's end of it.
-  std::unique_ptr<StreamPeer> Prepare() {
-    StreamPair pair = MakeStreamPair();
+  // A stream for the next connection: the device's end of it. `buffer` as for MakeStreamPair.
+  std::unique_ptr<StreamPeer> Prepare(int buffer = 0) {
+    StreamPair pair = MakeStreamPair(buffer);
     SocketApi::System().setNonBlocking(pair.library);
     prepared.push_back(pair.library);
     return std::move(pair.peer);
