@@ -179,11 +179,15 @@ std::vector<Bytes> DatagramsOf(const PluggedDevice& plugged, const std::string& 
   return list;
 }
 
-OscPort::OscPort(PluggedDevice& device)
+OscPort::OscPort(PluggedDevice& device, std::uint16_t bindNumber)
     : plugged(device),
-      bind(FreeUdpPort()),
+      bind(bindNumber),
       bindKey(kLoopback + std::to_string(bind)),
       destinationKey(kLoopback + std::to_string(program.Port())) {}
+
+Bytes OscPort::CreateRequest() const { return CreatePacket(program.Port(), bind, kLoopback); }
+
+Bytes OscPort::RemoveRequest() const { return RemovePacket(program.Port(), bind, kLoopback); }
 
 bool OscPort::Create() {
   const auto reports = [this](const device::DeviceRecord::Messages& messages) {
@@ -197,22 +201,23 @@ bool OscPort::Create() {
   std::ptrdiff_t before = 0;
   const device::DeviceRecord& record = plugged.App().Record();
   record.WaitFor([&](const auto& messages) { return before = reports(messages), true; }, {});
-  return plugged.App().SendPacket(CreatePacket(program.Port(), bind, kLoopback)) &&
+  return plugged.App().SendPacket(CreateRequest()) &&
          record.WaitFor([&](const auto& messages) { return reports(messages) > before; },
                         kPatience);
 }
 
 bool OscPort::Remove() {
-  return plugged.App().SendPacket(RemovePacket(program.Port(), bind, kLoopback)) &&
-         WaitForUdpSockets(bind, 0);
+  return plugged.App().SendPacket(RemoveRequest()) && WaitForUdpSockets(bind, 0);
 }
 
 bool OscPort::ToDevice(const Bytes& data) {
   const std::size_t before = DatagramsOf(plugged, bindKey).size();
   program.Send(bind, data);
-  return WaitForMessagesTo(plugged.App(), "/osc", 1) &&
-         Await([&] { return DatagramsOf(plugged, bindKey).size() > before; }) &&
-         DatagramsOf(plugged, bindKey).back() == data;
+  return Await([&] {
+    const auto all = DatagramsOf(plugged, bindKey);
+    return std::find(all.begin() + static_cast<std::ptrdiff_t>(before), all.end(), data) !=
+           all.end();
+  });
 }
 
 bool OscPort::ToProgram(const Bytes& data) {

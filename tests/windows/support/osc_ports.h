@@ -69,9 +69,12 @@ std::vector<device::Bytes> DatagramsOf(const PluggedDevice& plugged, const std::
 // A port of a device, and the desktop program at its destination.
 class OscPort {
  public:
-  // Makes the program and picks the numbers, and sends nothing.
-  explicit OscPort(PluggedDevice& device);
+  // Makes the program and picks its number, and sends nothing.
+  explicit OscPort(PluggedDevice& device, std::uint16_t bindNumber = FreeUdpPort());
 
+  // The packets that open and close it.
+  device::Bytes CreateRequest() const;
+  device::Bytes RemoveRequest() const;
   // Returns true when the port has reported itself ready.
   bool Create();
   // Returns true when its socket is closed.
