@@ -1,0 +1,67 @@
+#include "soak/udp_end.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+namespace corvalint::soak {
+
+namespace {
+
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+device::Descriptor Bound(std::uint16_t port) {
+  device::Descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_in address = Loopback(port);
+  if (made.Open() &&
+      bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    return made;
+  }
+  throw std::system_error(errno, std::generic_category(), "a UDP socket");
+}
+
+}  // namespace
+
+UdpEnd::UdpEnd() : socket(Bound(0)), port(device::LocalPort(socket)) {}
+
+void UdpEnd::Send(std::uint16_t destination, const Bytes& datagram) const {
+  const sockaddr_in address = Loopback(destination);
+  // A refused datagram is what happens to programs that speak to a port that is gone.
+  static_cast<void>(sendto(socket.Get(), datagram.data(), datagram.size(), 0,
+                           reinterpret_cast<const sockaddr*>(&address), sizeof address));
+}
+
+std::optional<UdpEnd::Bytes> UdpEnd::Receive() const {
+  Bytes datagram(65536);
+  const ssize_t got = recv(socket.Get(), datagram.data(), datagram.size(), 0);
+  if (got < 0) return std::nullopt;
+  datagram.resize(static_cast<std::size_t>(got));
+  return datagram;
+}
+
+std::uint16_t FreeUdpPort() {
+  static std::atomic<unsigned> next{static_cast<unsigned>(getpid()) * 41u};
+  for (int tries = 0; tries < 20000; ++tries) {
+    const auto port = static_cast<std::uint16_t>(10000u + next++ % 20000u);
+    try {
+      Bound(port);
+      return port;
+    } catch (const std::system_error&) {
+    }
+  }
+  throw std::runtime_error("no free UDP port");
+}
+
+}  // namespace corvalint::soak
