@@ -17,6 +17,7 @@
 #include "fuzz/support/port_driver.h"
 #include "fuzz/support/quiet.h"
 #include "fuzz/support/stream_input.h"
+#include "fuzz/support/stream_room.h"
 #include "fuzz/support/wire.h"
 #include "protocol/base_client_thread.h"
 
@@ -183,7 +184,7 @@ class Bench {
     threads.refuses = (input.flags & 4) != 0;
     ThePortDriver().refuses = (input.flags & 8) != 0;
 
-    const bool stops = input.flags >> 6 == 3;
+    const bool stops = (input.flags & 0xF0) == 0xC0;
     if (stops) {
       RunAndStop(input);
     } else {
@@ -219,8 +220,8 @@ class Bench {
     if (bench.stopping != nullptr && bench.waitsLeft-- == 0) bench.stopping->StopNow();
     if (bench.threads.waiting.empty() || bench.wire.step % 3 == 2) return;
     const std::string kept = bench.console.out;
-    const auto size = static_cast<int>(bench.wire.step);
-    bench.wire.datagrams = {size % 7 == 6 ? 131084 : 0, -1, size, 0};
+    bench.wire.datagrams = {{std::string(bench.wire.step, 'd')}, {}, {.fails = true}};
+    if (bench.wire.step % 7 == 6) bench.wire.datagrams.push_back({std::string(131084, 'D')});
     bench.threads.Run(0);
     bench.wire.datagrams.clear();
     bench.console.out = kept;

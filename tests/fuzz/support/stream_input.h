@@ -9,7 +9,7 @@ namespace corvalint::fuzz {
 
 // The input of the stream target: how the wire behaves, then the bytes of one or more connections.
 //   byte 0     bits: 1 streams end with an error, 2 sends in pieces, 4 no threads, 8 the driver
-//              refuses ports, 16 and 32 connections less one, 64 and 128 stop in the middle
+//              refuses ports, 16 and 32 connections less one; 192 alone stop in the middle
 //   byte 1     low four bits: bytes of the pattern, which follow
 //   2 bytes    size of each connection but the last
 //   the rest   what the device sends, connection after connection

@@ -46,6 +46,7 @@ bool Disturb(std::uint8_t step, std::uint8_t kind) {
 SocketReadiness Wait(int socket, bool wantWritable, int) {
   Wire& wire = TheWire();
   if (!IsStream(socket)) {
+    if (wire.whenWaitingForDatagrams != nullptr) wire.whenWaitingForDatagrams();
     return wire.datagrams.empty() ? SocketReadiness{.exceptional = true}
                                   : SocketReadiness{.readable = true};
   }
@@ -120,36 +121,56 @@ int ReceiveDatagram(int socket, void* data, int size) {
   Wire& wire = TheWire();
   Check(!IsStream(socket), "a datagram from a stream");
   if (wire.datagrams.empty()) return Failed(SocketError::wouldBlock);
-  const int count = wire.datagrams.back();
+  const Wire::Datagram datagram = std::move(wire.datagrams.back());
   wire.datagrams.pop_back();
-  if (count < 0) return Failed(SocketError::other);
-  Check(count <= size, "a buffer that is too small");
-  std::memset(data, 'd', static_cast<std::size_t>(count));
-  return count;
+  if (datagram.fails) return Failed(SocketError::other);
+  const std::size_t count = datagram.bytes.size();
+  Check(count <= static_cast<std::size_t>(size), "a buffer that is too small");
+  std::memcpy(data, datagram.bytes.data(), count);
+  return static_cast<int>(count);
 }
 
-// Dotted numbers only; what else is an address is the system's business.
+int SendDatagram(int socket, const void* data, int size, std::uint32_t address,
+                 std::uint16_t port) {
+  Check(!IsStream(socket), "a datagram into a stream");
+  const std::string bytes(static_cast<const char*>(data), static_cast<std::size_t>(size));
+  TheWire().datagramsSent.push_back({bytes, address, port});
+  return size;
+}
+
+int OpenDatagramSocket() {
+  static int last = kFirstDatagramSocket;
+  Wire& wire = TheWire();
+  if (wire.socketFailures > 0) return --wire.socketFailures % 2 == 0 ? 0 : -1;
+  wire.open.emplace(++last, false);
+  return last;
+}
+
+// The lowest numbers are taken.
+int BindLoopback(int socket, std::uint16_t port) {
+  Check(!IsStream(socket), "a stream bound");
+  return port > 0 && port < 9 ? -1 : 0;
+}
+
 bool ParseAddress(const std::string& text, std::uint32_t* address) {
-  *address = text == "127.0.0.1" ? 0x0100007F : 0;
+  *address = Wire::AddressOf(text);
   return *address != 0;
 }
 
 const DatagramApi kDatagrams{
-    .open =
-        [] {
-          static int last = kFirstDatagramSocket;
-          TheWire().open.emplace(++last, false);
-          return last;
-        },
-    .bindLoopback = [](int socket,
-                       std::uint16_t port) { return IsStream(socket) || port < 9 ? -1 : 0; },
+    .open = OpenDatagramSocket,
+    .bindLoopback = BindLoopback,
     .receive = ReceiveDatagram,
-    .send = [](int socket, const void*, int size, std::uint32_t,
-               std::uint16_t) { return IsStream(socket) ? -1 : size; },
+    .send = SendDatagram,
     .parseAddress = ParseAddress,
 };
 
 }  // namespace
+
+std::uint32_t Wire::AddressOf(const std::string& text) {
+  if (text == "127.0.0.1") return 0x0100007F;
+  return text == "10.1.2.3" ? 0x0302010A : 0;
+}
 
 int Wire::OpenStream(std::string_view bytes) {
   incoming = bytes;

@@ -22,12 +22,27 @@ struct Wire {
   std::vector<std::string> sent;
   bool sendWasShort = false;  // in any stream
 
-  // Sizes of the datagrams that the next waiting thread finds.
-  std::vector<int> datagrams;
+  struct Datagram {
+    std::string bytes;
+    bool fails = false;  // the receive fails instead
+  };
+  struct SentDatagram {
+    std::string bytes;
+    std::uint32_t address;
+    std::uint16_t port;
+    bool operator==(const SentDatagram&) const = default;
+  };
+  // What the next thread that waits for datagrams finds, last one first. It ends without any.
+  std::vector<Datagram> datagrams;
+  std::vector<SentDatagram> datagramsSent;
+  int socketFailures = 0;  // UDP sockets that cannot be had
 
-  // Runs in each wait of a stream, before it is answered.
+  // Run in each wait, for a stream and for datagrams, before it is answered.
   void (*whenWaiting)() = nullptr;
+  void (*whenWaitingForDatagrams)() = nullptr;
 
+  // The addresses there are, in network byte order; 0 for a text that is none.
+  static std::uint32_t AddressOf(const std::string& text);
   // A socket of a new stream.
   int OpenStream(std::string_view bytes);
   // Fails when a socket or waker is open beyond `wakersInUse`; begins afresh.
