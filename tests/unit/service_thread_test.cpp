@@ -102,6 +102,27 @@ TEST_F(Service, ReadsTheConfigurationThenStartsTheServerBeforeItSleepsForTheFirs
   EXPECT_EQ(clock.TakeSleeps(), Sleeps{5000});
 }
 
+TEST_F(Service, AConfigurationWithAnEmptyValueCostsOneLineAndNothingElse) {
+  process.Folder().Write(FakeProcess::NameOf("C:\\host\\pellora.conf"), "a=1\nb=\nc=3\n");
+  RunFor(2);
+  EXPECT_EQ(LogLines(),
+            std::vector<std::string>{
+                "ERROR C:\\host\\pellora.conf not read to its end: invalid string position"});
+  EXPECT_EQ(threads.Made(), 1);
+  EXPECT_NE(theUsbServer.load(), nullptr);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));
+  EXPECT_EQ(console.Take(), "");
+}
+
+TEST_F(Service, AConfigurationOfAnyOtherKindChangesNothing) {
+  for (const char* bytes : {"", "a=1\n", "=\n;x=\n", "anything"}) {
+    process.Folder().Write(FakeProcess::NameOf("C:\\host\\pellora.conf"), bytes);
+    RunFor(1);
+  }
+  EXPECT_EQ(LogLines(), std::vector<std::string>{});
+  EXPECT_EQ(threads.Made(), 4);
+}
+
 TEST_F(Service, GoesOnWhenTheServersThreadCannotBeMade) {
   threads.Refuse();
   RunFor(2);

@@ -45,6 +45,13 @@ inline void* CountedAllocation(std::size_t size) {
 
 void* operator new(std::size_t size) { return corvalint::test::CountedAllocation(size); }
 void* operator new[](std::size_t size) { return corvalint::test::CountedAllocation(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  ++corvalint::test::allocations;
+  return std::malloc(size == 0 ? 1 : size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
+  return operator new(size, none);
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

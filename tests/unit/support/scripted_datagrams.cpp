@@ -138,7 +138,7 @@ struct ScriptedDatagrams::Table {
   static void Wake(int waker) {
     ScriptedDatagrams& self = Current();
     const std::lock_guard hold(self.mutex);
-    self.woken.push_back(waker);
+    if (self.wakersNow.count(waker) != 0) self.woken.push_back(waker);
     self.before.wake(waker);
   }
 

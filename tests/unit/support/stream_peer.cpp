@@ -74,6 +74,14 @@ std::string StreamPeer::Receive(std::size_t count) {
   return bytes;
 }
 
+std::string StreamPeer::ReceiveSome() {
+  std::string bytes(std::size_t{1} << 18, '\0');
+  EXPECT_TRUE(WaitReadable());
+  const ssize_t got = recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
+  bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+  return bytes;
+}
+
 std::string StreamPeer::ReceiveFrame() {
   const std::string header = Receive(12);
   if (header.size() < 12) return {};

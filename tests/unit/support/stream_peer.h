@@ -27,6 +27,9 @@ class StreamPeer {
 
   // Exactly that many bytes; what there is, and a failed test, when the stream ends before.
   std::string Receive(std::size_t count);
+  // Waits for bytes and gives what there is, as long as it is not very much; none at the end of the
+  // stream.
+  std::string ReceiveSome();
   // The payload of the next frame, whose second and third word must be 2.
   std::string ReceiveFrame();
   // Waits for the library to say or end something: true when it has ended the stream.

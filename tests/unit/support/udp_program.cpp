@@ -91,7 +91,7 @@ UdpSocketState StateOfSocket(int socket) {
   sockaddr_in address{};
   socklen_t size = sizeof address;
   EXPECT_EQ(getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  return {AddressText(address.sin_addr), ntohs(address.sin_port)};
+  return {AddressText(address.sin_addr), ntohs(address.sin_port), 0, 0};
 }
 
 std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port) {
@@ -100,15 +100,17 @@ std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port) {
   std::getline(table, line);  // the heads of the columns
   while (std::getline(table, line)) {
     std::istringstream columns(line);
-    std::string place, local, ignored;
-    columns >> place >> local;
+    std::string place, local, remote, state, queues, ignored;
+    columns >> place >> local >> remote >> state >> queues;
     std::uint64_t drops = 0;
-    for (int i = 0; i < 10; ++i) columns >> ignored;
+    for (int i = 0; i < 7; ++i) columns >> ignored;
     columns >> drops;
     EXPECT_FALSE(columns.fail()) << line;
     in_addr address{static_cast<in_addr_t>(std::stoul(local.substr(0, 8), nullptr, 16))};
     const auto number = static_cast<std::uint16_t>(std::stoul(local.substr(9), nullptr, 16));
-    if (number == port) return UdpSocketState{AddressText(address), number, drops};
+    if (number != port) continue;
+    const std::uint64_t waiting = std::stoul(queues.substr(queues.find(':') + 1), nullptr, 16);
+    return UdpSocketState{AddressText(address), number, waiting, drops};
   }
   return std::nullopt;
 }

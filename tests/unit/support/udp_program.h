@@ -34,9 +34,10 @@ std::uint16_t FreeUdpPort();
 
 // What the system knows of a UDP socket.
 struct UdpSocketState {
-  std::string address;      // where it is bound, "127.0.0.1"
-  std::uint16_t port = 0;   // 0 while it is not bound
-  std::uint64_t drops = 0;  // datagrams that found its buffer full
+  std::string address;        // where it is bound, "127.0.0.1"
+  std::uint16_t port = 0;     // 0 while it is not bound
+  std::uint64_t waiting = 0;  // bytes that can be read
+  std::uint64_t drops = 0;    // datagrams that found its buffer full
 };
 
 // By its descriptor.
