@@ -54,6 +54,18 @@ class Bare final : public CThread {
   ~Bare() = default;
 };
 
+// Gives its thread back at the end of its body, twice, as nobody should.
+class Leaving final : public CThread {
+ public:
+  ~Leaving() = default;
+
+  std::uint32_t Run() override {
+    LeaveThread();
+    LeaveThread();
+    return 0;
+  }
+};
+
 // Destroys itself on its own thread and then says so.
 class SelfDestroying final : public CThread {
  public:
@@ -265,6 +277,18 @@ TEST_F(CThreadTest, OnItsOwnThreadItOnlyClosesItsHandleAndReturns) {
   EXPECT_EQ(threads.Run(1), 0u);
   EXPECT_TRUE(returned);
   EXPECT_EQ(calls.Take(), Calls{"close(1)"});
+}
+
+// Whoever destroys it later must not end a thread that is just returning.
+TEST_F(CThreadTest, OneThatHasLeftItsThreadHasNothingToEndOrClose) {
+  auto worker = std::make_unique<Leaving>();
+  worker->Start();
+  calls.Take();
+  threads.Run(1);
+  EXPECT_EQ(calls.Take(), (Calls{"close(1)"}));
+  EXPECT_TRUE(worker->HasThread());  // it had one
+  worker.reset();
+  EXPECT_EQ(calls.Take(), Calls{});
 }
 
 TEST(CThreadEnd, NeverWaitsForABodyThatGoesOn) {
