@@ -16,6 +16,7 @@
 #include "platform/socket.h"
 #include "platform/thread.h"
 #include "platform/windows/system_headers.h"
+#include "timing/scene_player.h"
 
 namespace corvalint {
 namespace {
@@ -265,6 +266,15 @@ void CheckLibraries() {
   CHECK(midi.midiOutOpen(&handle, 4711, 0, 0, kMidiCallbackNull) == kMidiBadDevice);
 }
 
+// Compiled for Windows, the arithmetic of the clocks gives the bits that it gives elsewhere.
+void CheckClockScenes() {
+  for (const timing::ClockScene& scene : timing::ClockScenes()) {
+    const std::vector<std::string> differences = timing::PlayScene(scene);
+    for (const std::string& difference : differences) std::printf("%s\n", difference.c_str());
+    CHECK(differences.empty());
+  }
+}
+
 template <class Function>
 Function FunctionOf(HMODULE module, const char* name) {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
@@ -300,6 +310,7 @@ int main() {
   CheckText();
   CheckRegistry();
   CheckLibraries();
+  CheckClockScenes();
   CheckProduct();
   std::printf("%d of %d checks failed\n", failures, checks);
   return failures == 0 ? 0 : 1;
