@@ -3,37 +3,12 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "corvalint_wrapper.h"
 #include "soak/complaints.h"
+#include "soak/desk_view.h"
 
 namespace corvalint::soak {
 
 namespace {
-
-struct Exports {
-  corvalint_int64 (*count)();
-  int (*idAt)(int);
-  unsigned int (*nameLength)(int);
-  char (*nameByte)(int, int);
-  void (*toggle)(unsigned int);
-  corvalint_bool (*status)(int);
-  corvalint_bool (*available)(int);
-};
-
-constexpr Exports kSources{corvalintServerGetCountOfSources,
-                           get_unique_id_source,
-                           get_source_name_length,
-                           corvalintServerGetActiveMIDISourceName,
-                           set_source_status,
-                           get_source_status,
-                           get_source_available};
-constexpr Exports kDestinations{corvalintServerGetCountOfDestinations,
-                                get_unique_id_destination,
-                                get_dest_name_length,
-                                corvalintServerGetActiveMIDIDestName,
-                                set_destination_status,
-                                get_destination_status,
-                                get_destination_available};
 
 const SmallWinmm::Names kInputs{"Keys", "Pads", "Faders", "Wheel", "Twin", "Twin"};
 const SmallWinmm::Names kOutputs{"Synth", "Sampler", "Mixer", "Lights", "Twin", "Twin"};
@@ -49,9 +24,7 @@ bool OnTheDesk(const std::string& name) {
 // A device may vanish between the questions: what is out of range then is no complaint.
 std::int32_t PollOne(const Exports& exports, int position) {
   const int id = exports.idAt(position);
-  std::string name;
-  const unsigned length = exports.nameLength(id);
-  for (unsigned i = 0; i < length; ++i) name += exports.nameByte(id, static_cast<int>(i));
+  const std::string name = NameOf(exports, id);
   if (!OnTheDesk(name)) Complain("the host sees '%s'", name.c_str());
   if (exports.status(id) > 1 || exports.available(id) > 1) Complain("a truth that is no byte");
   return id;

@@ -28,16 +28,12 @@ class Sightings {
     changed.notify_all();
   }
   // Until they were seen; false when that takes too long.
-  bool Wait() { return WaitFor(std::chrono::seconds(30)); }
-  // The same for who tries again.
-  bool WaitBriefly() { return WaitFor(std::chrono::milliseconds(20)); }
-
- private:
-  bool WaitFor(std::chrono::milliseconds limit) {
+  bool Wait() {
     std::unique_lock hold(mutex);
-    return changed.wait_for(hold, limit, [&] { return count > 0; });
+    return changed.wait_for(hold, std::chrono::seconds(30), [&] { return count > 0; });
   }
 
+ private:
   std::mutex mutex;
   std::condition_variable changed;
   Bytes wanted;

@@ -1,7 +1,5 @@
 // Everything at once on the whole library, from a seed: run under ThreadSanitizer it finds races
 // and locks in a wrong order, and in any build what hangs, leaks or stops serving.
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +11,7 @@
 #include "soak/desk_actors.h"
 #include "soak/probe.h"
 #include "soak/process_counts.h"
+#include "soak/report.h"
 
 namespace corvalint::soak {
 namespace {
@@ -29,15 +28,6 @@ struct Options {
       static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
   long seconds = 60;
 };
-
-// Where the report goes. The library's own lines on standard output are dropped.
-std::FILE* report = nullptr;
-
-void TakeStandardOutput() {
-  report = fdopen(dup(STDOUT_FILENO), "w");
-  if (report == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();
-  setvbuf(report, nullptr, _IOLBF, 0);
-}
 
 class Stage {
  public:
@@ -57,7 +47,7 @@ class Stage {
         actor.steps = actor.actor->Steps();
         actor.since = Clock::now();
       } else if (Clock::now() - actor.since > kLongestStep) {
-        std::fprintf(report, "%s is stuck: %s\n", actor.actor->Name().c_str(),
+        std::fprintf(Report(), "%s is stuck: %s\n", actor.actor->Name().c_str(),
                      actor.actor->WhatHeDoes());
         moving = false;
       }
@@ -76,7 +66,7 @@ class Stage {
     for (Seen& actor : actors) actor.actor->AskToEnd();
     for (Seen& actor : actors) {
       actor.actor->Join();
-      std::fprintf(report, "  %-12s %10llu steps\n", actor.actor->Name().c_str(),
+      std::fprintf(Report(), "  %-12s %10llu steps\n", actor.actor->Name().c_str(),
                    static_cast<unsigned long long>(actor.actor->Steps()));
       Expect(actor.actor->Steps() > 0, actor.actor->Name() + " did nothing");
     }
@@ -139,7 +129,7 @@ void RunStage(World& world, const Options& options) {
     if (Clock::now() < nextReport) continue;
     nextReport += kBetweenReports;
     std::fprintf(
-        report, "%4lld s: %llu steps, %llu clients, %zu ports, %llu threads made\n",
+        Report(), "%4lld s: %llu steps, %llu clients, %zu ports, %llu threads made\n",
         static_cast<long long>(
             std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin).count()),
         static_cast<unsigned long long>(stage.Steps()),
@@ -147,6 +137,23 @@ void RunStage(World& world, const Options& options) {
         static_cast<unsigned long long>(world.Threads().Made()));
   }
   stage.End();
+}
+
+// A run in which devices hear little has shown little.
+void ReportTraffic(World& world) {
+  device::DeviceCounters all;
+  for (std::size_t i = 0; i < world.DeviceCount(); ++i) {
+    const device::DeviceCounters counters = world.Device(i).app.Record().Counters();
+    all.streamsOpened += counters.streamsOpened;
+    all.framesSent += counters.framesSent;
+    all.framesReceived += counters.framesReceived;
+  }
+  std::fprintf(Report(), "%llu streams, %llu frames of devices, %llu frames to devices\n",
+               static_cast<unsigned long long>(all.streamsOpened),
+               static_cast<unsigned long long>(all.framesSent),
+               static_cast<unsigned long long>(all.framesReceived));
+  Expect(all.streamsOpened > world.DeviceCount(), "hardly a stream was opened");
+  Expect(all.framesReceived > 1000, "the devices heard hardly anything");
 }
 
 void LetAllLeave(World& world) {
@@ -167,6 +174,7 @@ void Run(const Options& options) {
   World world(worldOptions);
   const ProcessCounts before = CountProcess();
   RunStage(world, options);
+  ReportTraffic(world);
   LetAllLeave(world);
   ProbeEverything(world);
   const bool settled = Await([&] {
@@ -202,14 +210,10 @@ int Main(int count, char** arguments) {
     return 2;
   }
   TakeStandardOutput();
-  std::fprintf(report, "seed %llu, %ld seconds\n", static_cast<unsigned long long>(options.seed),
+  std::fprintf(Report(), "seed %llu, %ld seconds\n", static_cast<unsigned long long>(options.seed),
                options.seconds);
   Run(options);
-  for (const std::string& complaint : Complaints()) {
-    std::fprintf(report, "WRONG: %s\n", complaint.c_str());
-  }
-  std::fprintf(report, "%llu complaints\n", static_cast<unsigned long long>(ComplaintCount()));
-  return ComplaintCount() == 0 ? 0 : 1;
+  return ReportComplaints() ? 0 : 1;
 }
 
 }  // namespace

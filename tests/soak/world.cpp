@@ -24,6 +24,11 @@ device::DeviceOptions Ears(WorldDevice& device) {
     } else if (received.message.address == "/osc" && received.message.typeTags == "sb") {
       const auto& bytes = received.message.Argument<device::Bytes>(1);
       device.datagrams.Saw(bytes.data(), bytes.size());
+    } else if (received.message.address == "/osc/port_creation_report" &&
+               received.message.typeTags == "si" &&
+               received.message.Argument<std::int32_t>(1) == LocalOSCPort::kReady) {
+      const auto& key = received.message.Argument<std::string>(0);
+      device.readyPorts.Saw(reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
     }
   };
   return options;

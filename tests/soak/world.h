@@ -24,8 +24,9 @@ namespace corvalint::soak {
 struct WorldDevice {
   WorldDevice();
 
-  Sightings midi;       // the bytes of "/midi" messages
-  Sightings datagrams;  // the bytes of "/osc" messages
+  Sightings midi;        // the bytes of "/midi" messages
+  Sightings datagrams;   // the bytes of "/osc" messages
+  Sightings readyPorts;  // the bind keys of "/osc/port_creation_report" that say ready
   device::SimulatedDevice app;
   DeviceHandle handle = nullptr;
   std::atomic<bool> attached{false};

@@ -8,6 +8,7 @@
 
 #include "windows/support/bridge.h"
 #include "windows/support/serving.h"
+#include "windows/support/travellers.h"
 
 namespace corvalint::windows_test {
 namespace {
@@ -19,14 +20,6 @@ using testing::SizeIs;
 
 const Bytes kNoteOn{0x90, 0x3C, 0x64};
 const Bytes kNoteOff{0x80, 0x3C, 0x00};
-
-std::size_t CountOf(const std::string& text, std::string_view part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
-}
 
 // Returns when the desktop was scanned so many more times. `input` is an input of the desktop,
 // which each scan names on the console once it has looked at everything.
@@ -192,71 +185,6 @@ TEST(Endurance, ADesktopProgramPlaysIntoAPortThatItsDeviceRemoves) {
   ExpectClean(bridge, {a.get()});
 }
 
-// Several devices that come, play and go again and again.
-class Travellers {
- public:
-  Travellers(Bridge& theBridge, std::size_t count, std::int32_t outputId)
-      : bridge(theBridge), synth(outputId) {
-    for (std::size_t i = 0; i < count; ++i) {
-      devices.push_back(
-          std::make_unique<PluggedDevice>(bridge.Control(), "traveller-" + std::to_string(i)));
-    }
-  }
-
-  // All arrive, play, hear the keyboard and leave. The first one leaves with its stream open, which
-  // takes the library a second; the cables of the others are cut before.
-  void Journey() {
-    ++journeys;
-    for (const auto& traveller : devices) bridge.Control().Attach(traveller->Name());
-    for (const auto& traveller : devices) {
-      ASSERT_TRUE(traveller->App().WaitForStream(journeys, kPatience));
-      traveller->App().Record().Clear();
-      ASSERT_TRUE(traveller->App().AnnounceSource(traveller->Name(), kId));
-      ASSERT_TRUE(traveller->App().SendMidi(traveller->Name(), kId, kNoteOn));
-      ASSERT_TRUE(traveller->App().SendMidi("Synth", synth, kNoteOff));
-      ASSERT_TRUE(traveller->Flush());
-    }
-    bridge.Inject("Keys", std::vector<Bytes>(20, kNoteOn));
-    for (const auto& traveller : devices) {
-      ASSERT_TRUE(traveller->WaitForMidi(20));
-      ASSERT_THAT(traveller->App().Record().Violations(), IsEmpty());
-    }
-    for (std::size_t i = 1; i < devices.size(); ++i) {
-      devices[i]->App().Cut(i % 2 == 0 ? device::CutHow::kReset : device::CutHow::kFinish);
-    }
-    for (std::size_t i = 1; i < devices.size(); ++i) {
-      ASSERT_TRUE(devices[i]->App().WaitForStreamEnd(journeys, kPatience));
-    }
-    for (std::size_t i = devices.size(); i-- > 0;) bridge.Control().Detach(devices[i]->Name());
-    ASSERT_TRUE(bridge.Control().WaitForNotifications(3 * kPatience));
-    ASSERT_TRUE(devices[0]->App().WaitForStreamEnd(journeys, kPatience));
-    // Had a cut device been connected to again, the journeys could not be told apart.
-    for (const auto& traveller : devices) {
-      ASSERT_EQ(traveller->App().Record().Counters().streamsOpened, journeys);
-    }
-  }
-
-  std::size_t Departures() const { return journeys * devices.size(); }
-
- private:
-  static constexpr std::int32_t kId = 5;
-  Bridge& bridge;
-  const std::int32_t synth;
-  std::vector<std::unique_ptr<PluggedDevice>> devices;
-  std::uint64_t journeys = 0;
-};
-
-std::string Text(const harness::ProcessCounts& counts) {
-  return std::to_string(counts.threads) + " threads, " + std::to_string(counts.handles) +
-         " handles, " + std::to_string(counts.sockets) + " sockets, " +
-         std::to_string(counts.workingSet / 1024) + " KiB";
-}
-
-bool SameCounts(const harness::ProcessCounts& one, const harness::ProcessCounts& other) {
-  return one.threads == other.threads && one.handles == other.handles &&
-         one.sockets == other.sockets;
-}
-
 // What the process holds after so many departures, once each client has ended and three looks in a
 // row found the same.
 harness::ProcessCounts SettledCounts(Bridge& bridge, std::size_t departures) {
@@ -294,7 +222,7 @@ TEST(Endurance, AHundredArrivalsAndDeparturesLeaveNothingBehind) {
       bridge.Control().ClearCalls();
     }
     after = SettledCounts(bridge, travellers.Departures());
-    std::cout << "before " << Text(before) << "; after " << Text(after) << '\n';
+    std::cout << "before " << Told(before) << "; after " << Told(after) << '\n';
   }
   EXPECT_EQ(after.threads, before.threads);
   EXPECT_EQ(after.handles, before.handles);

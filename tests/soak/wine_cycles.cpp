@@ -1,0 +1,89 @@
+// A thousand arrivals and departures at the shipped DLL, in the console host under Wine, to see
+// whether anything of that process grows.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "soak/trend.h"
+#include "windows/support/serving.h"
+#include "windows/support/travellers.h"
+
+namespace corvalint::windows_test {
+namespace {
+
+constexpr std::size_t kDevices = 10;
+constexpr int kWarmUpJourneys = 5;
+constexpr double kLogLimit = (2048 + 1) * 1024.0;  // one line may be written over the limit
+// A lock may make a kernel object when two threads first meet at it; the locks are few.
+constexpr double kHandlesOfLocks = 5;
+
+long journeys = 0;
+std::string table;
+
+// What the process holds after a journey. The threads of the clients end a moment after the devices
+// have been told to have left; ones that do not will be seen in the sample.
+harness::ProcessCounts AtRest(Bridge& bridge, std::uint32_t threads) {
+  const auto end = std::chrono::steady_clock::now() + kAtOnce;
+  harness::ProcessCounts counts = bridge.Control().Counts();
+  while (counts.threads > threads && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    counts = bridge.Control().Counts();
+  }
+  return counts;
+}
+
+TEST(WineCycles, NothingGrows) {
+  Bridge bridge({"Keys"}, {"Synth"});
+  bridge.SwitchSourceOn("Keys");
+  Travellers travellers(bridge, kDevices, bridge.SwitchDestinationOn("Synth"));
+  const std::uint32_t threads = bridge.Control().Counts().threads;
+  soak::Trend trend({{"threads", 0.5, 0},
+                     {"handles", kHandlesOfLocks, 0},
+                     {"sockets", 0.5, 0},
+                     {"workingset", 2 * 1024 * 1024, 0},
+                     {"log", -1, kLogLimit}},
+                    static_cast<std::size_t>(journeys));
+  for (long i = 0; i < kWarmUpJourneys + journeys; ++i) {
+    ASSERT_NO_FATAL_FAILURE(travellers.Journey());
+    bridge.Control().ClearCalls();
+    const harness::ProcessCounts counts = AtRest(bridge, threads);
+    ASSERT_EQ(bridge.GetHost().Clients(), 0);
+    if (i < kWarmUpJourneys) continue;
+    trend.Add((static_cast<std::uint64_t>(i) - kWarmUpJourneys + 1) * kDevices,
+              {static_cast<double>(counts.threads), static_cast<double>(counts.handles),
+               static_cast<double>(counts.sockets), static_cast<double>(counts.workingSet),
+               static_cast<double>(
+                   std::filesystem::file_size(bridge.GetDesk().Folder() / "pellora.log"))});
+  }
+  trend.Write(table);
+  std::printf("%ld attach/detach cycles of the DLL under Wine, %zu devices at once\n",
+              journeys * static_cast<long>(kDevices), kDevices);
+  EXPECT_TRUE(trend.Judge(stdout));
+  ExpectClean(bridge, {});
+}
+
+}  // namespace
+
+bool Parse(int count, char** arguments) {
+  if (count != 3) return false;
+  const long cycles = std::strtol(arguments[1], nullptr, 10);
+  journeys = (cycles + static_cast<long>(kDevices) - 1) / static_cast<long>(kDevices);
+  table = arguments[2];
+  return cycles > 0;
+}
+
+}  // namespace corvalint::windows_test
+
+int main(int count, char** arguments) {
+  testing::InitGoogleTest(&count, arguments);
+  if (!corvalint::windows_test::Parse(count, arguments)) {
+    std::fprintf(stderr, "usage: %s CYCLES TABLE\n", arguments[0]);
+    return 2;
+  }
+  return RUN_ALL_TESTS();
+}
