@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "support/log_capture.h"
 #include "timing/clock_scenes.h"
 #include "timing/scene_player.h"
 
@@ -13,7 +14,9 @@ void PrintTo(const ClockScene& scene, std::ostream* out) { *out << scene.name; }
 
 namespace {
 
-class TimeScenes : public testing::TestWithParam<ClockScene> {};
+class TimeScenes : public testing::TestWithParam<ClockScene> {
+  test::LogCapture log;  // what the clients log is not looked at
+};
 
 TEST_P(TimeScenes, AreAnsweredBitForBit) {
   ASSERT_FALSE(GetParam().steps.empty());
@@ -26,6 +29,7 @@ INSTANTIATE_TEST_SUITE_P(, TimeScenes,
 
 // The comparison itself: each number of a step that is off by one bit is noticed.
 TEST(ScenePlayer, NoticesOneBit) {
+  const test::LogCapture log;
   for (int number = 0; number < 3; ++number) {
     ClockStep steps[] = {{ClockStep::kInit, 10, 400, 600, 0, 1000},
                          {ClockStep::kUpdate, 20, 1400, 600, 0, 2000}};
