@@ -23,7 +23,7 @@ bool WorthAnotherTry() {
 }  // namespace
 
 DeviceStream::DeviceStream()
-    : waker(Use<SocketApi>().openWaker()), staging(kFrameHeaderSize + kMaximumPayload) {}
+    : staging(kFrameHeaderSize + kMaximumPayload), waker(Use<SocketApi>().openWaker()) {}
 
 DeviceStream::~DeviceStream() {
   Close();

@@ -53,8 +53,6 @@ class DeviceStream {
   bool WantsToSend() CORVALINT_EXCLUDES(lock);
   void ReportLosses(bool always) CORVALINT_EXCLUDES(lock);
 
-  const int waker;  // ends a wait of the receiving thread
-
   // Leaf: {read the socket, one send} against {swap the socket, close}.
   CriticalSection lock;
   std::atomic<int> socket{0};  // 0 while closed; written under the lock
@@ -64,6 +62,10 @@ class DeviceStream {
   std::vector<char> kept CORVALINT_GUARDED_BY(lock);  // has its full room while the stream is open
   std::size_t keptBegin CORVALINT_GUARDED_BY(lock) = 0;
   std::uint64_t dropped CORVALINT_GUARDED_BY(lock) = 0;  // frames since the last report
+
+  // Ends a wait of the receiving thread; 0 when it could not be had, the stream works without. The
+  // last member, so that no other one can fail after it.
+  const int waker;
 };
 
 }  // namespace corvalint

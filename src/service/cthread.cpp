@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "platform/critical_section.h"
+#include "service/immortal.h"
 #include "service/log.h"
 
 namespace corvalint {
@@ -10,11 +11,10 @@ namespace corvalint {
 namespace {
 
 // Held while a thread is made and its handle stored, and passed by the new thread before it runs:
-// so the object knows its thread before that thread can delete it. Leaked, it has no destructor
-// that could run under a living thread.
+// so the object knows its thread before that thread can delete it.
 CriticalSection& StartGate() {
-  static auto* const gate = new CriticalSection;
-  return *gate;
+  static Immortal<CriticalSection> gate;
+  return gate.Get();
 }
 
 }  // namespace

@@ -171,15 +171,13 @@ void WriteLine(Log& log, int level, const char* format, va_list arguments) {
 
 void LogInit(const char* path) {
   if (theLog.load() != nullptr) return;
-  auto* log = new Log;
+  auto log = std::make_unique<Log>();
   log->path = path;
   sizeLimit = 2048;
   Log* none = nullptr;
-  if (theLog.compare_exchange_strong(none, log)) {
-    LogRotate();
-  } else {
-    delete log;
-  }
+  if (!theLog.compare_exchange_strong(none, log.get())) return;
+  static_cast<void>(log.release());
+  LogRotate();
 }
 
 void LogSetThreshold(int level) {

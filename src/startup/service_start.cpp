@@ -1,6 +1,7 @@
 #include "startup/service_start.h"
 
 #include <exception>
+#include <memory>
 
 #include "platform/process.h"
 #include "platform/socket.h"
@@ -23,8 +24,9 @@ void PrepareAndStart() {
   LogInit((HostFolder() + "\\pellora.log").c_str());
   LogSetThreshold(kLogDebug);
   LoadUsbLibraries();
-  auto* const service = new ServiceThread;  // never destroyed
+  auto service = std::make_unique<ServiceThread>();
   service->Start();
+  if (service->HasThread()) static_cast<void>(service.release());  // never destroyed
 }
 
 }  // namespace

@@ -14,13 +14,10 @@ extern std::atomic<bool> ServiceRunning;
 // seconds for as long as ServiceRunning is set.
 void RunService();
 
-// The thread that runs the service. Never destroyed.
+// The thread that runs the service. Once it has its thread it is never destroyed.
 class ServiceThread final : public CThread {
  public:
   std::uint32_t Run() override;
-
- private:
-  ~ServiceThread() = default;
 };
 
 }  // namespace corvalint

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <exception>
+#include <memory>
 
 #include "platform/clock.h"
 #include "service/console.h"
@@ -103,7 +104,12 @@ void UsbServerThread::OnDeviceConnected(DeviceHandle device) {
   ExternalMidiManager& manager = ManagerFor(GetDeviceIdentifier(device));
   auto* const client = new UsbClientThread(*this, device, manager);
   ConsolePrint("Device created\n");
-  clients.Append(*client);
+  try {
+    clients.Append(*client);
+  } catch (...) {
+    client->Finalize();
+    throw;
+  }
   client->Start();
 }
 
@@ -113,15 +119,19 @@ ExternalMidiManager& UsbServerThread::ManagerFor(const std::string& deviceKey) {
     known->second->deviceDisconnected = false;
     return *known->second;
   }
-  auto* const manager = new ExternalMidiManager(*this, publishedPortsLock, desktopNames);
+  auto manager = std::make_unique<ExternalMidiManager>(*this, publishedPortsLock, desktopNames);
   manager->SetDeviceKey(deviceKey);
-  {
-    CriticalSectionScope hold(managersLock);
-    managers.push_back(manager);
-  }
   manager->SetDelegate(&GetMidiLinkController());
-  managersByDevice.emplace(deviceKey, manager);
-  return *manager;
+  // Known in both places or in none.
+  const auto entry = managersByDevice.emplace(deviceKey, manager.get()).first;
+  try {
+    CriticalSectionScope hold(managersLock);
+    managers.push_back(manager.get());
+  } catch (...) {
+    managersByDevice.erase(entry);
+    throw;
+  }
+  return *manager.release();  // lives until the process ends
 }
 
 // Stops the client outside `clientLock` and never waits for its thread, which may be inside the

@@ -1,7 +1,6 @@
 #include "winmidi/midi_destination.h"
 
 #include <atomic>
-#include <utility>
 
 #include "platform/clock.h"
 #include "service/console.h"
@@ -64,10 +63,8 @@ MidiResult SendBlock(MidiDestinationEndpoint& destination)
   if (result != kMidiNoError) return result;
   if (!WaitForBlock(destination, handle, header)) {
     LogError("MIDI output keeps its data: %s", destination.name.c_str());
-    // The old block is leaked, since the driver may still read from it.
-    auto fresh = std::make_unique<MidiOutputBlock>();
+    // Leaked, since the driver may still read from it.
     static_cast<void>(destination.block.release());
-    destination.block = std::move(fresh);
   }
   return kMidiNoError;
 }
@@ -128,6 +125,7 @@ void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data
   {
     CriticalSectionScope hold(destination.outputLock);
     const SendingScope sending(destination.sending);
+    if (destination.block == nullptr) destination.block = std::make_unique<MidiOutputBlock>();
     MidiOutputBlock& block = *destination.block;
     // The driver reads from the block's own copy, which outlives a driver that does not give it
     // back.

@@ -71,8 +71,8 @@ struct MidiDestinationEndpoint : MidiEndpoint {
   // One message on its way out. Its holder may wait as long as a system-exclusive message takes on
   // the wire; whoever closes the device sets `closing` first.
   CriticalSection outputLock;
-  std::unique_ptr<MidiOutputBlock> block CORVALINT_GUARDED_BY(outputLock) =
-      std::make_unique<MidiOutputBlock>();
+  // Null until it is needed, and again when a driver has kept it for ever.
+  std::unique_ptr<MidiOutputBlock> block CORVALINT_GUARDED_BY(outputLock);
   std::atomic<bool> sending{false};
   std::atomic<bool> closing{false};
 };

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "service/console.h"
+#include "service/immortal.h"
 #include "winmidi/midi_destination.h"
 #include "winmidi/midi_source.h"
 
@@ -138,8 +139,8 @@ void MidiEndpointRegistry::KeepForever(std::shared_ptr<const void> memory) {
 }
 
 MidiEndpointRegistry& GetMidiEndpointRegistry() {
-  static auto* const registry = new MidiEndpointRegistry;  // never destroyed
-  return *registry;
+  static Immortal<MidiEndpointRegistry> registry;
+  return registry.Get();
 }
 
 void AnnounceOpenEndpoints(MidiEndpointRegistry& registry) {
