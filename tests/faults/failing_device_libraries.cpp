@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "failing_tables.h"
 #include "forwarding.h"
@@ -35,6 +36,23 @@ MidiResult OpenInput(MidiInHandle* handle, std::uint32_t device, std::uintptr_t 
                  device, reinterpret_cast<std::uintptr_t>(&OnInput), instance, flags);
 }
 
+// A driver that says so keeps the block: what is leaked then is not lost.
+MidiResult UnprepareOutput(MidiOutHandle handle, MidiHeader* header, std::uint32_t size) {
+  static auto* const kept = new std::set<MidiHeader*>;
+  static std::mutex mutex;
+  const MidiResult result =
+      Forward(Table::winMidi, "midiOutUnprepareHeader", under<WinMidiApi>.midiOutUnprepareHeader,
+              kMidiStillPlaying, handle, header, size);
+  const OutsideScope outside;
+  const std::lock_guard hold(mutex);
+  if (result == kMidiStillPlaying) {
+    kept->insert(header);
+  } else {
+    kept->erase(header);
+  }
+  return result;
+}
+
 #define WINMM(name, failure) CORVALINT_FAILS_WITH(Table::winMidi, WinMidiApi, name, failure)
 
 const WinMidiApi kWinMidi{
@@ -53,7 +71,7 @@ const WinMidiApi kWinMidi{
     WINMM(midiOutOpen, kMidiNoMemory),
     WINMM(midiOutClose, kMidiStillPlaying),
     WINMM(midiOutPrepareHeader, kMidiNoMemory),
-    WINMM(midiOutUnprepareHeader, kMidiStillPlaying),
+    .midiOutUnprepareHeader = UnprepareOutput,
     WINMM(midiOutLongMsg, kMidiInvalidHandle),
     WINMM(midiOutReset, kMidiInvalidHandle),
 };

@@ -92,7 +92,7 @@ const SocketApi kSockets{
 const DatagramApi kDatagrams{
     .open =
         [] {
-          if (Fails(Table::datagrams, "open")) return FailWith(EMFILE);
+          if (Fails(Table::datagrams, "open datagram socket")) return FailWith(EMFILE);
           return under<DatagramApi>.open();
         },
     .bindLoopback =
@@ -107,7 +107,7 @@ const DatagramApi kDatagrams{
         },
     .send =
         [](int socket, const void* data, int size, std::uint32_t address, std::uint16_t port) {
-          if (Fails(Table::datagrams, "send")) return FailWith(ENETUNREACH);
+          if (Fails(Table::datagrams, "send datagram")) return FailWith(ENETUNREACH);
           return under<DatagramApi>.send(socket, data, size, address, port);
         },
     .parseAddress =
@@ -156,7 +156,9 @@ struct Cookie {
 };
 
 std::FILE* OpenFile(const char* path, const char* mode) {
-  if (Fails(Table::process, "openFile")) return nullptr;
+  // A host that does not know its own folder would write to the root of all folders.
+  const bool elsewhere = std::string(path).rfind(HostFolder(), 0) != 0;
+  if (Fails(Table::process, "openFile") || elsewhere) return nullptr;
   std::FILE* const file = under<ProcessApi>.openFile(path, mode);
   if (file == nullptr) return nullptr;
   return fopencookie(
@@ -185,8 +187,8 @@ const ProcessApi kProcess{
 // --- registry and libraries
 
 const RegistryApi kRegistry{
-    CORVALINT_FAILS_WITH(Table::registry, RegistryApi, open, false),
-    CORVALINT_FAILS_WITH(Table::registry, RegistryApi, read, false),
+    CORVALINT_FAILS_NAMED(Table::registry, RegistryApi, open, "open key", false),
+    CORVALINT_FAILS_NAMED(Table::registry, RegistryApi, read, "read value", false),
     .close =
         [](RegistryKey* key) {
           const OutsideScope outside;

@@ -75,6 +75,8 @@ void EndFaults() { failing = false; }
 
 void SetStep(const char* step) { theStep = step; }
 
+int TouchedDevice() { return theReport->touchedDevice; }
+
 void Complain(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);

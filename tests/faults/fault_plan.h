@@ -25,6 +25,13 @@ inline constexpr std::size_t kTables = 12;
 
 const char* NameOf(Table table);
 
+// Tables as bits of one number.
+using TableSet = std::uint32_t;
+template <class... Tables>
+constexpr TableSet SetOf(Tables... tables) {
+  return (TableSet{0} | ... | (TableSet{1} << static_cast<unsigned>(tables)));
+}
+
 // Which calls of one table fail: none, number `call` alone, it and all after it, or it and all
 // later ones of the same function.
 enum class Mode { none, once, lasting, function };
@@ -53,6 +60,9 @@ void Begin(const Plan& plan, Report& report);
 void EndFaults();
 // What the scenario is at, for the report.
 void SetStep(const char* step);
+
+// The device whose stream the first failed call was on, 0 for nobody's.
+int TouchedDevice();
 
 // Adds a line to the report. Any thread.
 void Complain(const char* format, ...) __attribute__((format(printf, 1, 2)));

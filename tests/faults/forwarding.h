@@ -22,9 +22,12 @@ Result Forward(Table table, const char* function, Result (*real)(Parameters...),
 
 }  // namespace corvalint::faults
 
-// A function of a table that does nothing and answers `failure` when it fails.
-#define CORVALINT_FAILS_WITH(table, Api, name, failure)                                     \
+// A function of a table that does nothing and answers `failure` when it fails. The second one has a
+// name of its own for reports, where two tables have a function of the same name.
+#define CORVALINT_FAILS_WITH(table, Api, name, failure) \
+  CORVALINT_FAILS_NAMED(table, Api, name, #name, failure)
+#define CORVALINT_FAILS_NAMED(table, Api, name, shown, failure)                             \
   .name = [](auto... arguments) {                                                           \
-    return ::corvalint::faults::Forward(table, #name, ::corvalint::faults::under<Api>.name, \
+    return ::corvalint::faults::Forward(table, shown, ::corvalint::faults::under<Api>.name, \
                                         failure, arguments...);                             \
   }

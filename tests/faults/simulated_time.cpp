@@ -23,8 +23,6 @@ namespace {
 using RealClock = std::chrono::steady_clock;
 
 constexpr std::int64_t kTicksPerMillisecond = 10000;
-// A lock that is free is taken faster than this, so who waits longer waits for a holder.
-constexpr std::chrono::milliseconds kStuckAtLock{3};
 constexpr std::chrono::seconds kHang{25};
 
 enum class State { unused, running, sleeping, waiting, locking };
@@ -35,7 +33,8 @@ struct Slot {
   int socket = 0;
   bool wantWritable = false;
   int waker = 0;
-  RealClock::time_point since;
+  NativeMutex* lock = nullptr;
+  int thread = 0;
   ThreadProcedure procedure = nullptr;
   void* parameter = nullptr;
 };
@@ -60,7 +59,21 @@ void SetState(State state) {
   if (ownSlot == nullptr) return;
   const std::lock_guard hold(TheTime().mutex);
   ownSlot->state = state;
-  ownSlot->since = RealClock::now();
+}
+
+pthread_mutex_t* Native(NativeMutex& mutex) {
+  return std::launder(reinterpret_cast<pthread_mutex_t*>(mutex.storage));
+}
+
+// The thread that holds a lock, 0 for none.
+int HolderOf(NativeMutex& mutex) {
+  return __atomic_load_n(&Native(mutex)->__data.__owner, __ATOMIC_ACQUIRE);
+}
+
+// Who waits for a lock that nobody holds, or that is its own by now, has only not noticed yet.
+bool IsStuckAtLock(const Slot& slot) {
+  const int holder = HolderOf(*slot.lock);
+  return holder != 0 && holder != slot.thread;
 }
 
 std::array<pollfd, 2> PolledBy(const Slot& slot) {
@@ -77,7 +90,7 @@ bool CanRun(const Slot& slot) {
     case State::running:
       return true;
     case State::locking:
-      return RealClock::now() - slot.since < kStuckAtLock;
+      return !IsStuckAtLock(slot);
     case State::waiting: {
       auto polled = PolledBy(slot);
       return poll(polled.data(), polled.size(), 0) != 0;
@@ -165,10 +178,6 @@ std::int64_t Counter() {
 
 // --- locks
 
-pthread_mutex_t* Native(NativeMutex& mutex) {
-  return std::launder(reinterpret_cast<pthread_mutex_t*>(mutex.storage));
-}
-
 // Its holder may sleep, so the driving thread lets time pass while it waits.
 void Enter(NativeMutex& mutex) {
   if (pthread_mutex_trylock(Native(mutex)) == 0) return;
@@ -177,12 +186,17 @@ void Enter(NativeMutex& mutex) {
     while (pthread_mutex_trylock(Native(mutex)) != 0) {
       const OutsideScope outside;
       WaitForIdle();
-      Advance(Now() + 1000 * kTicksPerMillisecond);
+      if (HolderOf(mutex) != 0) Advance(Now() + 1000 * kTicksPerMillisecond);
       if (RealClock::now() - begin > kHang) ReportHang();
     }
     return;
   }
-  SetState(State::locking);
+  if (ownSlot != nullptr) {
+    const std::lock_guard hold(TheTime().mutex);
+    ownSlot->lock = &mutex;
+    ownSlot->thread = gettid();
+    ownSlot->state = State::locking;
+  }
   pthread_mutex_lock(Native(mutex));
   SetState(State::running);
 }
