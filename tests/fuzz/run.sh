@@ -10,6 +10,8 @@ root=$(cd "$here/../.." && pwd)
 
 # Longest inputs: short ones find as much and run faster.
 declare -A longest=([packet]=512 [config]=160 [host]=192 [stream]=2048 [devices]=600)
+# The conversations are worth the time to choose among inputs; elsewhere it is better spent on runs.
+declare -A entropic=([stream]=1 [devices]=1)
 
 targets() {
   local source
@@ -23,9 +25,20 @@ number() { sed -n "s/.*$2:* *\([0-9]*\).*/\1/p" "$1" | tail -n 1 | grep . || ech
 work() {
   local tree=$1 target=$2 worker=$3 seconds=$4
   "$tree/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -print_final_stats=1 -reload=1 \
-    -timeout=20 -rss_limit_mb=2048 -max_len="${longest[$target]:-4096}" -dict="$here/osc.dict" \
+    -timeout=20 -rss_limit_mb=2048 -entropic="${entropic[$target]:-0}" \
+    -max_len="${longest[$target]:-4096}" -dict="$here/osc.dict" \
     -artifact_prefix="$tree/findings/$target/" "$tree/corpus/$target" "$here/corpus/$target" \
     >"$tree/log/$target.$worker" 2>&1 || true
+}
+
+# What was found before and does no harm any more is forgotten.
+forgetMended() {
+  local tree=$1 target=$2 finding
+  for finding in "$tree/findings/$target"/*; do
+    if "$tree/tests/fuzz/fuzz_$target" -timeout=20 "$finding" >/dev/null 2>&1; then
+      rm "$finding"
+    fi
+  done
 }
 
 report() {
@@ -55,10 +68,12 @@ fuzz() {
   workers=$(($(nproc) / ${#names[@]}))
   [[ $workers -ge 1 ]] || workers=1
   shopt -s nullglob
+  trap 'kill $(jobs -p) 2>/dev/null || true' INT TERM
   rm -rf "$tree/log"
   mkdir -p "$tree/log"
   for target in "${names[@]}"; do
     mkdir -p "$tree/corpus/$target" "$tree/findings/$target"
+    forgetMended "$tree" "$target"
     for ((worker = 1; worker <= workers; ++worker)); do
       work "$tree" "$target" "$worker" "$seconds" &
     done
@@ -83,9 +98,12 @@ coverage() {
     objects+=(-object "$program")
   done
   llvm-profdata merge -o "$tree/all.profdata" "$tree"/*.profraw
-  llvm-cov report -instr-profile "$tree/all.profdata" "${objects[@]}" "$root/src" |
-    awk '/^Filename/ || /^TOTAL/ || NF == 13 { print $1, $(NF - 5), $(NF - 4), $(NF - 3) }' |
-    column -t -N file,lines,missed,covered
+  # The first program stands alone, the others behind -object. Lines and missed lines are the eighth
+  # and ninth column.
+  llvm-cov report "${objects[@]:1}" -instr-profile "$tree/all.profdata" "$root/src" \
+    2>"$tree/report.log" |
+    awk 'NF == 13 && $1 != "Filename" {
+           printf "%-40s %6d lines %6d reached %7s\n", $1, $8, $8 - $9, $10 }'
 }
 
 "$@"

@@ -17,7 +17,6 @@
 #include "fuzz/support/port_driver.h"
 #include "fuzz/support/quiet.h"
 #include "fuzz/support/stream_input.h"
-#include "fuzz/support/stream_room.h"
 #include "fuzz/support/wire.h"
 #include "protocol/base_client_thread.h"
 
@@ -220,7 +219,7 @@ class Bench {
     if (bench.stopping != nullptr && bench.waitsLeft-- == 0) bench.stopping->StopNow();
     if (bench.threads.waiting.empty() || bench.wire.step % 3 == 2) return;
     const std::string kept = bench.console.out;
-    bench.wire.datagrams = {{std::string(bench.wire.step, 'd')}, {}, {.fails = true}};
+    bench.wire.datagrams = {{std::string(bench.wire.step, 'd')}, {}, {"", true}};
     if (bench.wire.step % 7 == 6) bench.wire.datagrams.push_back({std::string(131084, 'D')});
     bench.threads.Run(0);
     bench.wire.datagrams.clear();
