@@ -190,6 +190,30 @@ TEST_F(LocalOSCPortTableTest, APortIsThereAgainRightAfterItWasRemoved) {
   }
 }
 
+// Its bind would fail, and never be tried again.
+TEST_F(LocalOSCPortTableTest, APortWaitsUntilItsPredecessorHasClosedItsSocket) {
+  std::atomic<bool> inside{false}, mayLeave{false};
+  Ready();
+  owner.WhenSending([&] {
+    if (inside.exchange(true)) return;
+    while (!mayLeave) std::this_thread::yield();
+  });
+  program.Send(number, "slow");
+  EXPECT_EQ(owner.Next(), PortData(Key(number), "slow"));
+  table->RemoveAll();
+  clock.WhenSleeping([&](std::uint32_t milliseconds) {
+    EXPECT_EQ(milliseconds, 1u);
+    EXPECT_TRUE(StateOfUdpPort(number).has_value() || mayLeave);
+    mayLeave = true;
+  });
+  Ready();
+  EXPECT_TRUE(mayLeave.exchange(true));
+  EXPECT_EQ(datagrams.Binds(), (std::vector<ScriptedDatagrams::Bind>{{number, 0}, {number, 0}}));
+  ExpectAlive(number, Key(number));
+  clock.WhenSleeping(nullptr);
+  EndAll();
+}
+
 TEST_F(LocalOSCPortTableTest, PortsAreRemovedFromTheLastToTheFirst) {
   std::vector<PortPointer> ports;  // which keep their wakers' numbers from being used again
   for (std::int32_t i = 0; i < 4; ++i) ports.push_back(Ready(FreeUdpPort(), 7000 + i));
