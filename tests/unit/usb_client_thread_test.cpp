@@ -137,6 +137,26 @@ TEST_F(UsbClientThreadTest, AnOpenPortIsMadeNonBlockingAndStays) {
   Depart();
 }
 
+// Its calls may wait for its notifications, and a departure takes the bridge's locks.
+TEST_F(UsbClientThreadTest, TheDeviceLibraryIsCalledWithNoLockHeld) {
+  std::atomic<int> calls{0};
+  std::atomic<std::uint32_t> holds{0};
+  for (const char* function : {"AMDeviceConnect", "AMDeviceGetConnectionID", "USBMuxConnectByPort",
+                               "AMDeviceDisconnect"}) {
+    library.WhenCalled(function, [&] {
+      ++calls;
+      holds += server.clientLock.HoldsOfThisThread() + server.Lock().HoldsOfThisThread() +
+               GetMidiEndpointRegistry().deviceLock.HoldsOfThisThread();
+    });
+  }
+  const auto peer = StartThread();
+  ExpectAnnounced(*peer, {});
+  Depart();
+  threads.JoinAll();
+  EXPECT_EQ(calls, 5);  // a device is disconnected twice
+  EXPECT_EQ(holds, 0u);
+}
+
 // A sender that holds a lock must not block in a send.
 TEST_F(UsbClientThreadTest, NobodySendsUntilTheStreamCannotBlock) {
   int sent = 0;
