@@ -1,37 +1,49 @@
 #include "ports/desktop_names.h"
 
+#include <array>
+#include <string_view>
+#include <utility>
+
 namespace corvalint {
 
 namespace {
 
 constexpr char kCutMark = '\n';  // stands in no device's name
 
-std::string CutKey(const std::string& name) {
-  return name.substr(0, kLongestDesktopName - 1) + kCutMark;
+using KeyRoom = std::array<char, kLongestDesktopName>;
+
+std::string_view CutKey(const std::string& name, KeyRoom& room) {
+  const std::size_t kept = name.copy(room.data(), room.size() - 1);
+  room[kept] = kCutMark;
+  return {room.data(), kept + 1};
+}
+
+// The name itself or the text in `room`.
+std::string_view KeyOf(const std::string& name, KeyRoom& room) {
+  return name.size() > kLongestDesktopName ? CutKey(name, room) : std::string_view(name);
 }
 
 }  // namespace
 
-std::string DesktopNames::KeyOf(const std::string& name) {
-  return name.size() > kLongestDesktopName ? CutKey(name) : name;
-}
-
 void DesktopNames::Add(const std::string& name) {
+  KeyRoom room;
   CriticalSectionScope hold(lock);
-  ++present[KeyOf(name)];
+  ++present[std::string(KeyOf(name, room))];
 }
 
 void DesktopNames::Remove(const std::string& name) {
+  KeyRoom room;
   CriticalSectionScope hold(lock);
-  const auto entry = present.find(KeyOf(name));
+  const auto entry = present.find(KeyOf(name, room));
   if (entry == present.end() || --entry->second > 0) return;
-  if (scans > 0) leftDuringScan.insert(entry->first);
-  present.erase(entry);
+  auto node = present.extract(entry);
+  if (scans > 0) leftDuringScan.insert(std::move(node));
 }
 
 bool DesktopNames::Contains(const std::string& name) const {
+  KeyRoom room;
   CriticalSectionScope hold(lock);
-  for (const std::string& key : {name, CutKey(name)}) {
+  for (const std::string_view key : {std::string_view(name), CutKey(name, room)}) {
     if (present.count(key) != 0 || leftDuringScan.count(key) != 0) return true;
   }
   return false;

@@ -71,19 +71,28 @@ std::string PublishedName(const std::string& endpointName) {
 }
 
 std::shared_ptr<VirtualMidiPort> VirtualMidiPort::Create(std::string name, DesktopNames& names) {
-  const std::string published = PublishedName(name);
+  const std::u16string published = Widen(PublishedName(name));
   std::shared_ptr<VirtualMidiPort> port(new VirtualMidiPort(std::move(name), names));
-  // Known on the desktop and to the callback before the driver can show the port to anyone.
-  names.Add(NameOnDesktop(published));
+  // Known on the desktop and to the callback before the driver can show the port to anyone, or in
+  // neither place.
   TheLivePorts().Add(port->instance, port);
+  try {
+    names.Add(port->nameOnDesktop);
+  } catch (...) {
+    TheLivePorts().Remove(port->instance);
+    throw;
+  }
   port->portHandle = Use<VirtualMidiApi>().virtualMIDICreatePortEx2(
-      Widen(published).c_str(), virtualMidiDataCallback, port->instance, kMaximumSysex,
+      published.c_str(), virtualMidiDataCallback, port->instance, kMaximumSysex,
       kVirtualMidiParseReceived);
   return port;
 }
 
 VirtualMidiPort::VirtualMidiPort(std::string endpointName, DesktopNames& desktopNames)
-    : name(std::move(endpointName)), names(desktopNames), instance(TheLivePorts().NextInstance()) {}
+    : name(std::move(endpointName)),
+      nameOnDesktop(NameOnDesktop(PublishedName(name))),
+      names(desktopNames),
+      instance(TheLivePorts().NextInstance()) {}
 
 void VirtualMidiPort::Close() {
   {
@@ -92,7 +101,7 @@ void VirtualMidiPort::Close() {
   }
   const VirtualMidiHandle handle = portHandle.exchange(nullptr);
   if (handle != nullptr) Use<VirtualMidiApi>().virtualMIDIClosePort(handle);
-  names.Remove(NameOnDesktop(PublishedName(name)));
+  names.Remove(nameOnDesktop);
   TheLivePorts().Remove(instance);
 }
 

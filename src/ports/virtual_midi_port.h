@@ -71,7 +71,8 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
  private:
   VirtualMidiPort(std::string endpointName, DesktopNames& desktopNames);
 
-  const std::string name;  // full, not cut
+  const std::string name;           // full, not cut
+  const std::string nameOnDesktop;  // as winmm's ANSI calls return it
   DesktopNames& names;
   const std::uintptr_t instance;  // what the driver gives back to the callback
 

@@ -83,7 +83,12 @@ bool UsbClientThread::OpenPort() {
     LogError("USBMuxConnectByPort = %x, handle=%x", result, static_cast<unsigned>(socket));
     return false;
   }
-  sockets.setNonBlocking(socket);
+  if (sockets.setNonBlocking(socket) != 0) {
+    // Senders hold locks: one device that does not read would stop them all.
+    LogError("the stream to the device would block");
+    sockets.close(socket);
+    return false;
+  }
   sockets.setNoDelay(socket);
   LogInfo("USBMuxConnectByPort OK");
   OpenStream(socket);

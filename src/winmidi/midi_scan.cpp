@@ -126,16 +126,15 @@ void MatchInputs(MidiEndpointRegistry& registry, UsbServer& server,
   }
 }
 
-// Takes the records that were not found out of the list, the last one first.
+// Takes the records that were not found out of the list, the last one first. `vanished` has room
+// for all of them: one that was taken out and then lost would leave its device open.
 template <class List>
-List TakeVanished(List& list) {
-  List vanished;
+void TakeVanished(List& list, List& vanished) {
   for (auto i = list.size(); i-- > 0;) {
     if (list[i]->found) continue;
     vanished.push_back(list[i]);
     list.erase(list.begin() + static_cast<std::ptrdiff_t>(i));
   }
-  return vanished;
 }
 
 // What goes wrong with one vanished device is no reason to leave the next one open.
@@ -189,8 +188,10 @@ void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& mi
     MatchOutputs(registry, server, devices.outputs, lines);
     MatchInputs(registry, server, devices.inputs, lines);
     CriticalSectionScope hold(registry.listLock);
-    lostDestinations = TakeVanished(registry.destinations);
-    lostSources = TakeVanished(registry.sources);
+    lostDestinations.reserve(registry.destinations.size());
+    lostSources.reserve(registry.sources.size());
+    TakeVanished(registry.destinations, lostDestinations);
+    TakeVanished(registry.sources, lostSources);
   }
   lines.Print();
 
