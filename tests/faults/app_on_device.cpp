@@ -26,7 +26,7 @@ AppOnDevice::AppOnDevice(DeviceHandle deviceHandle, std::uint32_t connection,
 AppOnDevice::~AppOnDevice() { Close(); }
 
 bool AppOnDevice::Pump() {
-  const bool received = Receive();
+  const bool received = reading && Receive();
   return TakeNewStream() || received;
 }
 

@@ -22,6 +22,8 @@ class AppOnDevice {
   bool Pump();
 
   void Send(const std::string& packet);
+  // While it does not read, what comes stays in the stream.
+  void SetReading(bool newReading) { reading = newReading; }
   // Ends the stream, as a device does whose app is closed.
   void EndStream();
 
@@ -41,6 +43,7 @@ class AppOnDevice {
 
   const std::vector<std::string> greeting;
   int socket = 0;
+  bool reading = true;
   std::string bytes;  // not a whole frame yet
   std::vector<std::string> heard;
 };

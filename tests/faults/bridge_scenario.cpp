@@ -40,10 +40,14 @@ using test::OscMessage;
 using test::OscText;
 
 constexpr std::uint32_t kArrival = 1, kDeparture = 2;
+constexpr std::uint16_t kOscPort = 9001;
 constexpr int kPadConnection = 7, kPhoneConnection = 9;
 
 const std::string kSupportKey = "SOFTWARE\\Apple Inc.\\Apple Application Support";
 const std::string kDeviceKey = "SOFTWARE\\Apple Inc.\\Apple Mobile Device Support\\Shared";
+
+// A port that the pad publishes for a while. The name is too long for a string's own room.
+const std::string kLone = "A port that comes and goes";
 
 std::string LongSysex(std::size_t size) {
   std::string bytes(size, '\x11');
@@ -110,6 +114,10 @@ void SwitchOn(const Side& side, const std::string& name) {
   if (!IsOn(side, name)) Toggle(side, name);
 }
 
+void SwitchOff(const Side& side, const std::string& name) {
+  if (IsOn(side, name)) Toggle(side, name);
+}
+
 // What a step needs: tables, and one device or (0) more than one or none. Everything needs threads
 // and memory.
 struct Needs {
@@ -136,7 +144,7 @@ constexpr Needs kPadAndOsc =
 // The fakes are never destroyed: the library's threads run until the process ends.
 class Bridge {
  public:
-  explicit Bridge(const Plan& newPlan) : plan(newPlan), oscPort(test::FreeUdpPort()) {
+  explicit Bridge(const Plan& newPlan) : plan(newPlan) {
     registry.SetValue(kSupportKey, "InstallDir", "C:\\Support");
     registry.SetValue(kDeviceKey, "iTunesMobileDeviceDLL", "C:\\Device\\device.dll");
     winmm.SetInputs({"Keys", "Pads"});
@@ -176,12 +184,15 @@ class Bridge {
   void MidiFromDevices();
   void Timing();
   void Osc();
+  void Stall();
   void LostStream();
   void Withdraw();
   void DesktopChanges();
   void PhoneComesAndGoes();
 
   void ProbeDesktop();
+  void ProbeNames();
+  void ExpectDevicesClosed();
   void ProbeDevice(AppOnDevice& app, AppOnDevice& other);
   void ExpectNothingLeft(std::size_t descriptorsBefore);
 
@@ -195,10 +206,16 @@ class Bridge {
   }
   std::string CreatePort() const {
     return OscMessage("/osc/create_port", "iis",
-                      OscInt32(std::int32_t{program.Port()}) + OscInt32(std::int32_t{oscPort}) +
+                      OscInt32(std::int32_t{program.Port()}) + OscInt32(std::int32_t{kOscPort}) +
                           OscText("127.0.0.1"));
   }
   std::string OscKey() const { return "127.0.0.1" + std::to_string(program.Port()); }
+  void ProgramSends(const std::string& bytes) {
+    const std::uint16_t port = PortOnThisMachine(kOscPort);
+    if (port == 0) return;
+    program.Send(port, bytes);
+    usleep(1000);  // a datagram may take a moment where everything else is there at once
+  }
   bool ProgramHears(const std::string& bytes) {
     while (!program.Silent()) {
       if (program.Receive() == bytes) return true;
@@ -239,7 +256,6 @@ class Bridge {
   test::FakeVirtualMidi ports;
   test::FakeMobileDevice library;
   test::UdpProgram program;
-  const std::uint16_t oscPort;
   int made = 0;
   std::vector<std::string> portCalls;
   bool startMissed = true;
@@ -314,6 +330,7 @@ void Bridge::MidiFromDevices() {
   Await("a published port plays", kPadAndPorts, [this] { return PortWasSent("91 40 22"); });
   Await("the phone hears the pad", kBothDevices,
         [this] { return phone.Heard("/midi", "\x91\x40\x22"); });
+  pad.Send(EndpointMessage("/add_remote_source", kLone, 31));
   pad.Send(MidiMessage("Tune", 22, 6, LongSysex(2000)));
   Await("the phone is sent to", kBothDevices,
         [this] { return phone.Heard("/midi", LongSysex(2000)); });
@@ -335,16 +352,30 @@ void Bridge::Osc() {
         [this] { return pad.Heard("/osc/port_creation_report", OscInt32(1)); });
   pad.Send(OscMessage("/osc", "sb", OscText(OscKey()) + OscBlobBytes("/fader 1")));
   Await("a program hears OSC", kPadAndOsc, [this] { return ProgramHears("/fader 1"); });
-  program.Send(oscPort, "/meter 2");
-  usleep(1000);
+  ProgramSends("/meter 2");
   Await("the pad hears OSC", kPadAndOsc, [this] { return pad.Heard("/osc", "/meter 2"); });
   pad.Forget();
   pad.Send(OscMessage("/osc/remove_port", "iis",
-                      OscInt32(std::int32_t{program.Port()}) + OscInt32(std::int32_t{oscPort}) +
+                      OscInt32(std::int32_t{program.Port()}) + OscInt32(std::int32_t{kOscPort}) +
                           OscText("127.0.0.1")));
   pad.Send(CreatePort());
   Await("the port is there again", kPadAndOsc,
         [this] { return pad.Heard("/osc/port_creation_report"); });
+}
+
+// The pad does not read for a while, in which more comes than the system takes.
+void Bridge::Stall() {
+  SetStep("the pad does not read");
+  pad.SetReading(false);
+  phone.Forget();
+  const std::string sysex = LongSysex(65536);
+  for (int i = 0; i < 6; ++i) winmm.PlayLong("Pads", BytesOf(sysex));
+  winmm.PlayShort("Keys", 0x555595);
+  Await("the phone does not wait for it", kPhoneAndDesktop,
+        [this] { return phone.Heard("/midi", "\x95\x55\x55"); });
+  pad.SetReading(true);
+  Await("the pad hears what was kept", kPadAndDesktop,
+        [this] { return pad.Heard("/midi", "\x95\x55\x55"); });
 }
 
 void Bridge::LostStream() {
@@ -367,9 +398,12 @@ void Bridge::Withdraw() {
     return phone.Heard("/remove_remote_source", "Pad Out") &&
            phone.Heard("/remove_remote_destination", "Pad In");
   });
+  pad.Send(EndpointMessage("/remove_remote_source", kLone, 31));
+  Await("the long name is withdrawn", kBothDevices,
+        [this] { return phone.Heard("/remove_remote_source", kLone); });
   SetStep("toggles off");
-  if (IsOn(kSources, "Pads")) Toggle(kSources, "Pads");
-  if (IsOn(kDestinations, "Drums")) Toggle(kDestinations, "Drums");
+  SwitchOff(kSources, "Pads");
+  SwitchOff(kDestinations, "Drums");
   Await("the phone hears what is off", kPhoneAndDesktop, [this] {
     return phone.Heard("/remove_remote_source", "Pads") &&
            phone.Heard("/remove_remote_destination", "Drums");
@@ -378,8 +412,8 @@ void Bridge::Withdraw() {
 
 void Bridge::DesktopChanges() {
   SetStep("desktop devices vanish");
-  winmm.SetInputs({"Pads", "Wind"});
-  winmm.SetOutputs({"Drums"});
+  winmm.SetInputs({"Wind"});
+  winmm.SetOutputs({"Bass"});
   Await("the new input is listed", kDesktop, [] { return IdOf(kSources, "Wind") != 0; });
   Await("the phone hears of the vanished", kPhoneAndDesktop, [this] {
     return phone.Heard("/remove_remote_source", "Keys") &&
@@ -412,6 +446,7 @@ void Bridge::RunAll() {
   MidiFromDevices();
   Timing();
   Osc();
+  Stall();
   LostStream();
   Withdraw();
   DesktopChanges();
@@ -442,6 +477,23 @@ void Bridge::ProbeDevice(AppOnDevice& app, AppOnDevice& other) {
   Require("the device reaches the other one", [&] { return other.Heard("/midi", own); });
 }
 
+// A name that a published port had, and has no more, is free for a device of the desktop.
+void Bridge::ProbeNames() {
+  pad.Send(EndpointMessage("/remove_remote_source", kLone, 31));
+  RunFor(1);
+  winmm.SetInputs({"Keys", "Pads", kLone});
+  Require("a name is free again", [] { return IdOf(kSources, kLone) != 0; });
+}
+
+// What is off is closed, and nothing is open that nobody knows of. A driver that has once refused a
+// close may keep its device.
+void Bridge::ExpectDevicesClosed() {
+  for (const char* name : {"Keys", "Pads"}) SwitchOff(kSources, name);
+  for (const char* name : {"Synth", "Drums"}) SwitchOff(kDestinations, name);
+  if (plan.table == Table::winMidi) return;
+  for (const std::string& name : winmm.OpenDevices()) Complain("left open: %s", name.c_str());
+}
+
 // With nothing failing any more a device that is plugged in anew is served in full.
 void Bridge::RecoverAndJudge() {
   EndFaults();
@@ -461,11 +513,12 @@ void Bridge::RecoverAndJudge() {
     pad.Forget();
     pad.Send(CreatePort());
     RunFor(7);
-    program.Send(oscPort, "/probe");
-    usleep(1000);  // a datagram may take a moment where everything else is there at once
+    ProgramSends("/probe");
     Require("OSC reaches the device", [&] { return pad.Heard("/osc", "/probe"); });
+    ProbeNames();
     for (AppOnDevice* app : {&pad, &phone}) NotifyOf(*app, kDeparture);
     RunFor(20);
+    ExpectDevicesClosed();
   } else if (!startMissed) {
     Complain("the subscription is gone");
   }

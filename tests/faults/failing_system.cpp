@@ -1,6 +1,11 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -89,6 +94,19 @@ const SocketApi kSockets{
 
 // --- datagrams
 
+std::array<std::atomic<std::uint16_t>, 65536> boundAt;
+
+int Bind(int socket, std::uint16_t port) {
+  const int result = under<DatagramApi>.bindLoopback(socket, 0);
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  if (result == 0 && port != 0 &&
+      getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+    boundAt[port] = ntohs(address.sin_port);
+  }
+  return result;
+}
+
 const DatagramApi kDatagrams{
     .open =
         [] {
@@ -98,7 +116,7 @@ const DatagramApi kDatagrams{
     .bindLoopback =
         [](int socket, std::uint16_t port) {
           if (Fails(Table::datagrams, "bindLoopback")) return FailWith(EADDRINUSE);
-          return under<DatagramApi>.bindLoopback(socket, port);
+          return Bind(socket, port);
         },
     .receive =
         [](int socket, void* data, int size) {
@@ -209,6 +227,8 @@ void Wrap(const Api& table) {
 }
 
 }  // namespace
+
+std::uint16_t PortOnThisMachine(std::uint16_t port) { return boundAt[port]; }
 
 void SetHostFolder(const std::string& folder) {
   HostFolder() = folder;

@@ -17,6 +17,10 @@ void SetHostFolder(const std::string& folder);
 // none. Non-blocking, the caller's to close.
 int TakeStream(std::uint32_t connectionId);
 
+// Where the library's UDP port of a number is really bound: at a number of the system's choice, so
+// that runs beside each other do not meet. 0 until it is.
+std::uint16_t PortOnThisMachine(std::uint16_t port);
+
 // The connection that a socket of the library is the stream of, 0 for none.
 int DeviceOfSocket(int socket);
 

@@ -36,7 +36,7 @@
 namespace corvalint::faults {
 namespace {
 
-constexpr std::chrono::seconds kRunTimeOut{60};
+constexpr std::chrono::seconds kRunTimeOut{200};
 constexpr Mode kModes[] = {Mode::once, Mode::lasting, Mode::function};
 
 const char* NameOf(Mode mode) {

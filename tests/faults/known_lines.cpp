@@ -105,6 +105,7 @@ constexpr FaultLine kFaultLogged[] = {
     {"DEBUG AMDeviceConnect() = 0xe8000012", SetOf(Table::mobileDevice)},
     {"ERROR AMDeviceConnect = -402653166", SetOf(Table::mobileDevice)},
     {"ERROR USBMuxConnectByPort = e8000013, handle=beef", SetOf(Table::mobileDevice)},
+    {"ERROR the stream to the device would block", SetOf(Table::sockets)},
     {"ERROR MIDI output keeps its data: *", SetOf(Table::winMidi)},
     {"ERROR MIDI input could not be closed: *", SetOf(Table::winMidi)},
 };
@@ -122,6 +123,7 @@ constexpr Duty kDuties[] = {
     {"amDeviceConnect", "ERROR AMDeviceConnect = -402653166", true},
     {"amDeviceConnect", "AMDeviceConnect = -402653166", false},
     {"amDeviceGetConnectionId", "DEBUG Device handle=0", true},
+    {"setNonBlocking", "ERROR the stream to the device would block", true},
     {"usbMuxConnectByPort", "ERROR USBMuxConnectByPort = e8000013, handle=beef", true},
     {"open datagram socket", "error creating socket || error: -1", false},
     {"send datagram", "sendto() failed", false},

@@ -23,7 +23,7 @@ namespace {
 using RealClock = std::chrono::steady_clock;
 
 constexpr std::int64_t kTicksPerMillisecond = 10000;
-constexpr std::chrono::seconds kHang{25};
+constexpr std::chrono::seconds kHang{90};
 
 enum class State { unused, running, sleeping, waiting, locking };
 
