@@ -149,7 +149,7 @@ class Stall : public testing::Test {
 };
 
 TEST_F(Stall, LosesWholeFramesOnlyIsCountedOnceAndDelaysNobody) {
-  constexpr std::int64_t kTolerated = 250000;             // microseconds; a stall lasts seconds
+  constexpr std::int64_t kTolerated = 1000000;            // microseconds; on a busy machine
   constexpr std::uint64_t kMostMemory = 4 * 1024 * 1024;  // for one that is sent 13 MB in vain
   ASSERT_NO_FATAL_FAILURE(ClearRecords());
   bridge.Inject("Keys", {Round()[0]});
