@@ -81,6 +81,7 @@ bool Run(std::uint64_t cycles, const std::string& table) {
   if (!keys || !synth) return false;
   SwitchOn(kSources, *keys);
   SwitchOn(kDestinations, *synth);
+  Expect(CountProcess().heapBytes > 0, "the heap is not counted; a sanitizer's never is");
   const std::uint64_t atRest = CountProcess().threads;
 
   const std::uint64_t rounds = (cycles + kDevices - 1) / kDevices;

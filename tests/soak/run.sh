@@ -21,7 +21,8 @@ part() {
   shift
   printf '== %s\n' "$name"
   # The library says on standard error when a program of the desktop is not there to be sent to.
-  "$@" 2>&1 | grep -v --line-buffered '^sendto() failed$' | tee "$output/$name.txt" || verdict=FAILED
+  "$@" 2>&1 | grep -v --line-buffered '^sendto() failed$' | tee "$output/$name.txt" ||
+    verdict=FAILED
   [[ $verdict == passed ]] || good=false
   results+=("$(printf '  %-8s %-7s %6d s' "$name" "$verdict" $((SECONDS - begin)))")
 }
