@@ -224,6 +224,25 @@ TEST_F(LocalOSCPortTableTest, PortsAreRemovedFromTheLastToTheFirst) {
   EXPECT_EQ(table->Count(), 0u);
 }
 
+// The client's own thread creates while the one that disconnects the device empties the table.
+TEST_F(LocalOSCPortTableTest, NoPortIsLeftRunningByACreateAndARemoveAtOnce) {
+  std::atomic<bool> ends{false};
+  std::thread disconnects([&] {
+    while (!ends) table->RemoveAll();
+  });
+  for (int i = 0; i < 300; ++i) {
+    const PortPointer port = table->CreatePort(7000 + i % 2, 0, i % 3 == 0 ? "a" : "b");
+    ASSERT_NE(port, nullptr);
+    table->Find(port->DestinationKey());
+  }
+  ends = true;
+  disconnects.join();
+  table->RemoveAll();
+  EXPECT_EQ(table->Count(), 0u);
+  threads.JoinAll();  // never ends when a port was forgotten
+  EXPECT_EQ(datagrams.OpenNow(), 0u);
+}
+
 // --- the end of the table
 
 TEST_F(LocalOSCPortTableTest, AShutTableMakesNoPort) {
