@@ -41,6 +41,7 @@ def packet_seeds():
         "text-without-end": text("/x") + text(",s") + b"abcd",
         "argument-missing": text("/midi") + text(",sihb") + text("Piano"),
         "blob-lies": text("/midi") + text(",b") + struct.pack(">I", 0x1000) + b"abcd",
+        "blob-after-blob": message("/x", "bb", b"\xff\xff\xff\xf0", b"z"),
         "blob-of-two-gigabytes": text("/x") + text(",b") + struct.pack(">I", 0x7FFFFFFC),
         "blob-size-wraps": text("/x") + text(",b") + struct.pack(">I", 0xFFFFFFFF) + b"abcd",
         "size-no-multiple-of-four": midi()[:-1],
@@ -52,6 +53,7 @@ def packet_seeds():
         "bundle-with-empty-element": bundle(b""),
         "bundle-element-lies": bundle(midi())[:-8],
         "bundle-sizes-wrap": bundle() + struct.pack(">I", 0xFFFFFFFC) + struct.pack(">I", 4),
+        "bundle-in-bundle-sizes-wrap": bundle(bundle() + struct.pack(">II", 0xFFFFFFFC, 4)),
         "bundle-with-other-name": b"#bundel\0" + bytes(8),
     }
 

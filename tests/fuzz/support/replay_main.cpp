@@ -1,5 +1,8 @@
 // Runs a fuzz target over files, without the fuzzer: over each file of the folders that are named,
-// and over each file that is named itself.
+// and over each file that is named itself. A target may have replaced the stream of standard error,
+// so this writes past it.
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -30,7 +33,7 @@ std::vector<fs::path> FilesOf(const fs::path& path) {
 // False when the file cannot be read. The target gets a block of exactly the file's size, so that a
 // read beyond it is seen.
 bool Run(const fs::path& file) {
-  std::fprintf(stderr, "%s\n", file.c_str());
+  dprintf(STDERR_FILENO, "%s\n", file.c_str());
   std::ifstream stream(file, std::ios::binary);
   if (!stream) return false;
   const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
@@ -47,12 +50,12 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     for (const fs::path& file : FilesOf(argv[i])) {
       if (!Run(file)) {
-        std::fprintf(stderr, "%s cannot be read\n", file.c_str());
+        dprintf(STDERR_FILENO, "%s cannot be read\n", file.c_str());
         return 1;
       }
       ++count;
     }
   }
-  std::fprintf(stderr, "%zu inputs replayed\n", count);
+  dprintf(STDERR_FILENO, "%zu inputs replayed\n", count);
   return count > 0 ? 0 : 1;
 }
