@@ -12,8 +12,8 @@
 
 namespace corvalint {
 
-// Sends a finished OSC packet of `size` bytes to the device. Called on the ports' threads and on
-// the client's, all at once; never blocks.
+// Sends a finished OSC packet of `size` bytes to the device. Called on the ports' threads, all at
+// once; may wait while the device does not keep pace, and no longer than its stream is open.
 class LocalOSCPortDelegate {
  public:
   virtual void SendPacket(const void* data, std::uint64_t size) = 0;

@@ -14,6 +14,8 @@ namespace {
 
 // How much may wait for a device that does not read: seconds of dense music, and bounded.
 constexpr std::size_t kMostKept = std::size_t{1} << 20;
+// From here on the rest of the room is for those who cannot wait.
+constexpr std::size_t kCrowded = kMostKept / 4;
 
 bool WorthAnotherTry() {
   const SocketError error = Use<SocketApi>().lastError();
@@ -94,6 +96,10 @@ int DeviceStream::Send(const void* data, std::uint32_t size) {
   return static_cast<int>(total);
 }
 
+void DeviceStream::AwaitRoom() {
+  while (IsCrowded()) Use<ClockApi>().sleep(1);
+}
+
 int DeviceStream::Receive(void* data, int size) {
   int open;
   {
@@ -158,6 +164,13 @@ void DeviceStream::Keep(const char* bytes, std::size_t count) {
     keptBegin = 0;
   }
   kept.insert(kept.end(), bytes, bytes + count);
+}
+
+bool DeviceStream::IsCrowded() {
+  CriticalSectionScope hold(lock);
+  const int open = socket;
+  if (open <= 0 || SendKept(open)) return false;
+  return kept.size() - keptBegin > kCrowded;
 }
 
 bool DeviceStream::WantsToSend() {

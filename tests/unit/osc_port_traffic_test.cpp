@@ -145,11 +145,11 @@ OscPortTraffic::Counts OscPortTraffic::Flood(int ahead) {
   return counts;
 }
 
-// How many each of them drops depends on the machine; that all are accounted for does not.
-TEST_F(OscPortTraffic, EveryDatagramAtFullSpeedIsReadOrCounted) {
+// How many the system drops depends on the machine; that the library drops none does not.
+TEST_F(OscPortTraffic, EveryDatagramAtFullSpeedIsReadOrDroppedByTheSystem) {
   const Counts counts = Flood(kDatagrams);
-  EXPECT_EQ(counts.read + counts.droppedBySystem + counts.droppedByStream,
-            static_cast<std::uint64_t>(kDatagrams));
+  EXPECT_EQ(counts.read + counts.droppedBySystem, static_cast<std::uint64_t>(kDatagrams));
+  EXPECT_EQ(counts.droppedByStream, 0u);
   EXPECT_GT(counts.read, 0u);
 }
 
