@@ -103,12 +103,12 @@ class Stall : public testing::Test {
 
   // The first SysEx is half read when the sleeper stops.
   void FallAsleepInsideASysex() {
-    constexpr std::size_t kSlowly = 20;  // bytes a millisecond
+    constexpr std::size_t kSlowly = 200;  // bytes a millisecond, and none are saved up
     const std::uint64_t before = BytesRead();
     sleeper->App().SetReadRate(kSlowly);
     bridge.Inject("Keys", {Round()[0]});
     ASSERT_TRUE(sleeper->App().Record().WaitForCounters(
-        [&](const auto& counters) { return counters.bytesReceived > before + kSysexSize / 4; },
+        [&](const auto& counters) { return counters.bytesReceived > before + kSysexSize / 8; },
         kPatience));
     sleeper->App().Stall();
     sleeper->App().SetReadRate(0);
@@ -149,7 +149,8 @@ class Stall : public testing::Test {
 };
 
 TEST_F(Stall, LosesWholeFramesOnlyIsCountedOnceAndDelaysNobody) {
-  constexpr std::int64_t kTolerated = 1000000;            // microseconds; on a busy machine
+  // Microseconds, on a busy machine; who waits for the sleeper waits for ever.
+  constexpr std::int64_t kTolerated = 5000000;
   constexpr std::uint64_t kMostMemory = 4 * 1024 * 1024;  // for one that is sent 13 MB in vain
   ASSERT_NO_FATAL_FAILURE(ClearRecords());
   bridge.Inject("Keys", {Round()[0]});
