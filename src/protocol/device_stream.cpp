@@ -130,10 +130,14 @@ int DeviceStream::ReceiveFrom(int open, void* data, int size) {
       continue;
     }
     if (ready.writable) {
+      bool broken = false;
       {
         CriticalSectionScope hold(lock);
-        if (socket == open) SendKept(open);
+        if (socket == open) broken = !SendKept(open) && sendFailed;
       }
+      // What is kept begins inside a frame, so nothing else can follow; and a wait for such a
+      // stream would end at once for ever.
+      if (broken) return -1;
       ReportLosses(false);
     }
     if (!ready.readable && !ready.exceptional) continue;
@@ -151,6 +155,7 @@ bool DeviceStream::SendKept(int open) {
   if (!HasKept()) return true;
   const std::size_t count = kept.size() - keptBegin;
   const int taken = Use<SocketApi>().send(open, kept.data() + keptBegin, static_cast<int>(count));
+  sendFailed = taken < 0 && !WorthAnotherTry();
   if (taken > 0) keptBegin += static_cast<std::size_t>(taken);
   if (HasKept()) return false;
   kept.clear();

@@ -66,6 +66,8 @@ class DeviceStream {
   std::vector<char> staging CORVALINT_GUARDED_BY(lock);
   std::vector<char> kept CORVALINT_GUARDED_BY(lock);  // has its full room while the stream is open
   std::size_t keptBegin CORVALINT_GUARDED_BY(lock) = 0;
+  // The last try to send what was kept failed in a way that another one would not mend.
+  bool sendFailed CORVALINT_GUARDED_BY(lock) = false;
   std::uint64_t dropped CORVALINT_GUARDED_BY(lock) = 0;  // frames since the last report
 
   // Ends a wait of the receiving thread; 0 when it could not be had, the stream works without. The
