@@ -71,6 +71,10 @@ class Bridge {
     return false;
   }
   bool MayBeMissed(const Needs& needs) const {
+    // A device waits for the output that it plays; with one that plays for ever, until it is
+    // closed.
+    const bool waits = plan.mode == Mode::function && FirstFailed("midiOutUnprepareHeader");
+    if (waits && (needs.tables & SetOf(Table::mobileDevice)) != 0) return true;
     if ((needs.tables & SetOf(plan.table)) == 0) return false;
     const int touched = TouchedDevice();
     const bool oneCall = plan.mode == Mode::once;

@@ -75,6 +75,10 @@ void EndFaults() { failing = false; }
 
 void SetStep(const char* step) { theStep = step; }
 
+bool FirstFailed(const char* function) {
+  return std::strcmp(theReport->function.data(), function) == 0;
+}
+
 int TouchedDevice() { return theReport->touchedDevice; }
 
 void Complain(const char* format, ...) {

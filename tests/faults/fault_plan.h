@@ -61,6 +61,8 @@ void EndFaults();
 // What the scenario is at, for the report.
 void SetStep(const char* step);
 
+// Whether the first failed call was of that function.
+bool FirstFailed(const char* function);
 // The device whose stream the first failed call was on, 0 for nobody's.
 int TouchedDevice();
 

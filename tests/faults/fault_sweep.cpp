@@ -238,8 +238,8 @@ class Sweep {
 };
 
 // A sweep with fewer points than these has lost a part of the library or of the scenario.
-constexpr std::array<std::uint64_t, kTables> kFewestCalls{72, 4,  52, 96, 11, 8,
-                                                          8,  46, 4,  4,  28, 220};
+constexpr std::array<std::uint64_t, kTables> kFewestCalls{75, 4,  52, 125, 11, 8,
+                                                          8,  46, 4,  4,   31, 250};
 
 bool Sweep::Summary() const {
   bool good = true;
