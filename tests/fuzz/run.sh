@@ -21,11 +21,12 @@ targets() {
 # The number that stands behind a word in a log, 0 without one.
 number() { sed -n "s/.*$2:* *\([0-9]*\).*/\1/p" "$1" | tail -n 1 | grep . || echo 0; }
 
-# One fuzzer of a target; its number is in the name of its log.
+# One fuzzer of a target; its number is in the name of its log. Its patience is the clock's and not
+# the processor's, so it is large: on a busy machine a target may wait for its turn.
 work() {
   local tree=$1 target=$2 worker=$3 seconds=$4
   "$tree/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -print_final_stats=1 -reload=1 \
-    -timeout=20 -rss_limit_mb=2048 -entropic="${entropic[$target]:-0}" \
+    -timeout=600 -report_slow_units=600 -rss_limit_mb=2048 -entropic="${entropic[$target]:-0}" \
     -max_len="${longest[$target]:-4096}" -dict="$here/osc.dict" \
     -artifact_prefix="$tree/findings/$target/" "$tree/corpus/$target" "$here/corpus/$target" \
     >"$tree/log/$target.$worker" 2>&1 || true
@@ -35,7 +36,7 @@ work() {
 forgetMended() {
   local tree=$1 target=$2 finding
   for finding in "$tree/findings/$target"/*; do
-    if "$tree/tests/fuzz/fuzz_$target" -timeout=20 "$finding" >/dev/null 2>&1; then
+    if "$tree/tests/fuzz/fuzz_$target" -timeout=600 "$finding" >/dev/null 2>&1; then
       rm "$finding"
     fi
   done
