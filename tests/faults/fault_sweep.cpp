@@ -279,7 +279,7 @@ bool ParsePlan(char** arguments, Plan& plan) {
 }
 
 int Main(int argc, char** argv) {
-  constexpr std::uint64_t kRunsInAMinute = 700;
+  constexpr std::uint64_t kRunsInAMinute = 500;
   Sweep sweep;
   Plan plan;
   if (argc == 4 && ParsePlan(argv + 1, plan)) return sweep.RunOne(plan) ? 0 : 1;
