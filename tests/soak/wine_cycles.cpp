@@ -32,7 +32,7 @@ harness::ProcessCounts AtRest(Bridge& bridge, std::uint32_t threads) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
   harness::ProcessCounts counts = bridge.Control().Counts();
   while (counts.threads > threads && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     counts = bridge.Control().Counts();
   }
   return counts;
