@@ -203,7 +203,9 @@ TEST_F(LocalOSCPortTableTest, APortWaitsUntilItsPredecessorHasClosedItsSocket) {
   table->RemoveAll();
   clock.WhenSleeping([&](std::uint32_t milliseconds) {
     EXPECT_EQ(milliseconds, 1u);
-    EXPECT_TRUE(StateOfUdpPort(number).has_value() || mayLeave);
+    if (!mayLeave) {
+      EXPECT_EQ(StateOfBoundPort(number).port, number);
+    }
     mayLeave = true;
   });
   Ready();

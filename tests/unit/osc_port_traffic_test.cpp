@@ -92,7 +92,7 @@ class OscPortTraffic : public testing::Test {
   }
   // A datagram that vanished is in none of these.
   std::uint64_t Accounted() const {
-    return static_cast<std::uint64_t>(framesRead) + StateOfUdpPort(number).value().drops +
+    return static_cast<std::uint64_t>(framesRead) + StateOfBoundPort(number).drops +
            FramesDropped();
   }
   struct Counts {
@@ -130,7 +130,7 @@ OscPortTraffic::Counts OscPortTraffic::Flood(int ahead) {
   while (Accounted() < kDatagrams && std::chrono::steady_clock::now() < end) {
     std::this_thread::yield();
   }
-  const UdpSocketState state = StateOfUdpPort(number).value();
+  const UdpSocketState state = StateOfBoundPort(number);
   EXPECT_EQ(state.address, "127.0.0.1");
   peer->EndSending();
   receives.join();

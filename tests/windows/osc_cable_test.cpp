@@ -45,7 +45,7 @@ class Traveller {
     ASSERT_TRUE(open.ToProgram(BigEndian(stream, 4)));
     ASSERT_TRUE(taken.ToProgram(BigEndian(stream, 4)));
     // Still the one that the kernel has given the number to, and no socket for all networks.
-    ASSERT_EQ(UdpSocketsOn(taken.Program().LastSender()).at(0).address, "127.0.0.1");
+    ASSERT_EQ(UdpSocketOn(taken.Program().LastSender()).address, "127.0.0.1");
     ASSERT_THAT(plugged.App().Record().Violations(), IsEmpty());
   }
 

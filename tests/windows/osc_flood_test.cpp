@@ -100,7 +100,7 @@ class OscFlood : public testing::Test {
 
   // Until nothing is on its way any more: all has arrived or was dropped at that socket.
   static bool WaitForAll(const Arrivals& arrivals, std::uint16_t socket, std::size_t sent) {
-    return Await([&] { return arrivals.Count() + UdpSocketsOn(socket).at(0).dropped >= sent; });
+    return Await([&] { return arrivals.Count() + UdpSocketOn(socket).dropped >= sent; });
   }
 
   static void Tell(const char* way, std::size_t sent, const Arrivals& arrivals,
@@ -137,7 +137,7 @@ TEST_F(OscFlood, FromAProgramAtFullSpeed) {
   const UdpProgram sender;
   for (const Bytes& datagram : sent) sender.Send(port.Bind(), datagram);
   EXPECT_TRUE(WaitForAll(atDevice, port.Bind(), kFlood));
-  const std::uint64_t dropped = UdpSocketsOn(port.Bind()).at(0).dropped;
+  const std::uint64_t dropped = UdpSocketOn(port.Bind()).dropped;
   Tell("program to device at full speed", kFlood, atDevice, dropped, start);
   EXPECT_EQ(atDevice.Count() + dropped, kFlood);
   EXPECT_TRUE(AreInOrder(atDevice.List(), sent));
@@ -150,7 +150,7 @@ TEST_F(OscFlood, FromADeviceAtFullSpeed) {
   const auto start = Clock::now();
   ASSERT_TRUE(app->App().SendBatch(batch));
   EXPECT_TRUE(WaitForAll(atProgram, port.Program().Port(), kFlood));
-  const std::uint64_t dropped = UdpSocketsOn(port.Program().Port()).at(0).dropped;
+  const std::uint64_t dropped = UdpSocketOn(port.Program().Port()).dropped;
   Tell("device to program at full speed", kFlood, atProgram, dropped, start);
   EXPECT_EQ(atProgram.Count() + dropped, kFlood);
   EXPECT_TRUE(AreInOrder(atProgram.List(), sent));
@@ -171,9 +171,9 @@ TEST_F(OscFlood, BothWaysPaced) {
   }
   EXPECT_TRUE(WaitForAll(atDevice, port.Bind(), kPaced));
   EXPECT_TRUE(WaitForAll(atProgram, port.Program().Port(), kPaced));
-  Tell("program to device paced", kPaced, atDevice, UdpSocketsOn(port.Bind()).at(0).dropped, start);
-  Tell("device to program paced", kPaced, atProgram,
-       UdpSocketsOn(port.Program().Port()).at(0).dropped, start);
+  Tell("program to device paced", kPaced, atDevice, UdpSocketOn(port.Bind()).dropped, start);
+  Tell("device to program paced", kPaced, atProgram, UdpSocketOn(port.Program().Port()).dropped,
+       start);
   EXPECT_TRUE(atDevice.List() == sent);
   EXPECT_TRUE(atProgram.List() == sent);
 }

@@ -115,4 +115,12 @@ std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port) {
   return std::nullopt;
 }
 
+UdpSocketState StateOfBoundPort(std::uint16_t port) {
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    if (const auto state = StateOfUdpPort(port)) return *state;
+  }
+  ADD_FAILURE() << "nobody has UDP port " << port;
+  return {};
+}
+
 }  // namespace corvalint::test

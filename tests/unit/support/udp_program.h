@@ -43,6 +43,9 @@ struct UdpSocketState {
 // By its descriptor.
 UdpSocketState StateOfSocket(int socket);
 // Of the one that is bound to that number; none when nobody has it.
+// The system's list comes in pieces: a socket can be missing when others come or go meanwhile.
 std::optional<UdpSocketState> StateOfUdpPort(std::uint16_t port);
+// Of one that is there, looked for until it is found.
+UdpSocketState StateOfBoundPort(std::uint16_t port);
 
 }  // namespace corvalint::test

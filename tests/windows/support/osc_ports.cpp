@@ -134,6 +134,16 @@ bool WaitForUdpSockets(std::uint16_t port, std::size_t count) {
   return Await([&] { return UdpSocketsOn(port).size() == count; });
 }
 
+KernelSocket UdpSocketOn(std::uint16_t port) {
+  std::vector<KernelSocket> found;
+  const auto isThere = [&] {
+    found = UdpSocketsOn(port);
+    return found.size() == 1;
+  };
+  if (!Await(isThere)) throw std::runtime_error("not one UDP socket on " + std::to_string(port));
+  return found[0];
+}
+
 bool WaitUntilRead(std::uint16_t port) {
   return Await([&] {
     const auto sockets = UdpSocketsOn(port);

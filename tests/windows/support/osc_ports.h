@@ -43,7 +43,10 @@ struct KernelSocket {
   std::uint64_t waiting = 0;  // bytes received and not read yet
   std::uint64_t dropped = 0;  // datagrams that found no room, since it was made
 };
+// The kernel's list comes in pieces: a socket can be missing when others come or go meanwhile.
 std::vector<KernelSocket> UdpSocketsOn(std::uint16_t port);
+// The one socket with this number, looked for until it is found. Throws when there is not one.
+KernelSocket UdpSocketOn(std::uint16_t port);
 // Looks until the condition holds; false when it does not within the tests' patience.
 bool Await(const std::function<bool()>& condition);
 // Until so many sockets are bound to the number.
