@@ -24,6 +24,25 @@ constexpr int kDatagramBuffer = 131084;
 // A bind counts as failed below this result only, so it never does, on purpose: devices expect a
 // port whose number is taken to go on and to report itself ready.
 constexpr int kBindFailure = -1110;
+constexpr std::uint32_t kCrowdedPollMilliseconds = 1;
+
+// A port's client for as long as this lives; none once the client has gone.
+class BorrowedDelegate {
+ public:
+  explicit BorrowedDelegate(LocalOSCPortLink& owner)
+      : link(owner.gate.TryBorrow() ? &owner : nullptr) {}
+  ~BorrowedDelegate() {
+    if (link != nullptr) link->gate.Return();
+  }
+  BorrowedDelegate(const BorrowedDelegate&) = delete;
+  BorrowedDelegate& operator=(const BorrowedDelegate&) = delete;
+
+  explicit operator bool() const { return link != nullptr; }
+  LocalOSCPortDelegate* operator->() const { return &link->delegate; }
+
+ private:
+  LocalOSCPortLink* const link;
+};
 
 }  // namespace
 
@@ -146,6 +165,12 @@ void LocalOSCPort::ForwardDatagrams(int opened) {
 // on: the answer to a send that nobody listened to may be one.
 void LocalOSCPort::ForwardWaiting(int opened) {
   while (running && socket != 0) {
+    // A flood stays in the socket while the device is slow, where the system drops what is too
+    // much. On the stream it would push off everybody's notes.
+    if (DeviceIsCrowded()) {
+      Use<ClockApi>().sleep(kCrowdedPollMilliseconds);
+      continue;
+    }
     const int received = Use<DatagramApi>().receive(opened, datagram.get(), kDatagramBuffer);
     if (received < 0) {
       // One that lasts must not make this thread spin.
@@ -182,11 +207,12 @@ void LocalOSCPort::Report(Status newStatus) {
 }
 
 void LocalOSCPort::SendToDevice(const void* data, std::size_t size) {
-  if (!link->gate.TryBorrow()) return;
-  // Also after an exception: the owner's end waits for it.
-  const std::unique_ptr<BorrowGate, void (*)(BorrowGate*)> borrowed(
-      &link->gate, [](BorrowGate* gate) { gate->Return(); });
-  link->delegate.SendPacket(data, size);
+  if (const BorrowedDelegate device(*link); device) device->SendPacket(data, size);
+}
+
+bool LocalOSCPort::DeviceIsCrowded() {
+  const BorrowedDelegate device(*link);
+  return device && device->IsCrowded();
 }
 
 void LocalOSCPort::SendToDestination(const void* data, std::uint32_t size) {

@@ -12,11 +12,13 @@
 
 namespace corvalint {
 
-// Sends a finished OSC packet of `size` bytes to the device. Called on the ports' threads, all at
-// once; may wait while the device does not keep pace, and no longer than its stream is open.
+// The device of a port. Called on the ports' threads, all at once; never blocks.
 class LocalOSCPortDelegate {
  public:
+  // Sends a finished OSC packet of `size` bytes to the device.
   virtual void SendPacket(const void* data, std::uint64_t size) = 0;
+  // Whether so much waits for the device that datagrams had better stay where they are.
+  virtual bool IsCrowded() { return false; }
 
  protected:
   ~LocalOSCPortDelegate() = default;
@@ -80,6 +82,7 @@ class LocalOSCPort final : public CThread {
   void Forward(std::size_t size);
   void Report(Status newStatus);
   void SendToDevice(const void* data, std::size_t size);
+  bool DeviceIsCrowded();
   void CloseSocket() CORVALINT_REQUIRES(lock);
   void CloseHandle() CORVALINT_REQUIRES(lock);
   void Finish() CORVALINT_EXCLUDES(lock);

@@ -59,11 +59,7 @@ int BaseClientThread::SendFramed(const void* data, std::uint32_t size) {
   return stream.Send(data, size);
 }
 
-// A flood of datagrams stays in its port's socket while the device does not keep pace, where the
-// system drops what is too much. Otherwise it would push the notes of everybody else off the
-// stream.
 void BaseClientThread::SendPacket(const void* data, std::uint64_t size) {
-  stream.AwaitRoom();
   SendFramed(data, static_cast<std::uint32_t>(size));
 }
 

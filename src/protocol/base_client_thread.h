@@ -35,6 +35,7 @@ class BaseClientThread : public CThread,
 
   int SendFramed(const void* data, std::uint32_t size) override;
   void SendPacket(const void* data, std::uint64_t size) override;
+  bool IsCrowded() override { return stream.IsCrowded(); }
   EndpointOwner& Owner() override { return midiManager; }
 
   const ClockAlignment& Clock() const { return clock; }

@@ -29,10 +29,12 @@ DeviceStream::DeviceStream()
 
 DeviceStream::~DeviceStream() {
   Close();
+  ReportLosses(true);
   if (waker != 0) Use<SocketApi>().closeWaker(waker);
 }
 
 void DeviceStream::Open(int connectedSocket) {
+  ReportLosses(true);  // of the stream before
   std::vector<char> room;
   try {
     room.reserve(kMostKept);
@@ -96,10 +98,6 @@ int DeviceStream::Send(const void* data, std::uint32_t size) {
   return static_cast<int>(total);
 }
 
-void DeviceStream::AwaitRoom() {
-  while (IsCrowded()) Use<ClockApi>().sleep(1);
-}
-
 int DeviceStream::Receive(void* data, int size) {
   int open;
   {
@@ -136,8 +134,8 @@ int DeviceStream::ReceiveFrom(int open, void* data, int size) {
         if (socket == open) broken = !SendKept(open) && sendFailed;
       }
       // What is kept begins inside a frame, so nothing else can follow; and a wait for such a
-      // stream would end at once for ever.
-      if (broken) return -1;
+      // stream would end at once for ever. What the device had sent before is read first.
+      if (broken && !ready.readable) return -1;
       ReportLosses(false);
     }
     if (!ready.readable && !ready.exceptional) continue;

@@ -18,7 +18,7 @@ inline constexpr std::uint32_t kFrameTag = 2;
 // The byte stream to one device: many threads send frames, one thread receives, any thread closes.
 // A frame goes out whole or not at all: what a full stream did not take is kept and goes out before
 // anything else; once much is kept, further frames are dropped whole. Nothing here blocks but
-// Receive and AwaitRoom.
+// Receive.
 //
 // Frame, all words big-endian:  uint32 length (1 to 131072) | uint32 2 | uint32 2 | payload
 class DeviceStream {
@@ -41,9 +41,9 @@ class DeviceStream {
   // Bytes handed over, header included, or -1: closed, too large, dropped or failed.
   int Send(const void* data, std::uint32_t size) CORVALINT_EXCLUDES(lock);
 
-  // Waits while much is kept, unless the stream closes: for a sender whose bytes are better off
-  // where they are, so that they do not take the room of music. Looks once a millisecond.
-  void AwaitRoom() CORVALINT_EXCLUDES(lock);
+  // Whether so much is kept, after another try to send it, that what can wait should: the rest of
+  // the room is for those who cannot. False while closed. Never blocks.
+  bool IsCrowded() CORVALINT_EXCLUDES(lock);
 
   // Waits for bytes, at most `size`; 0 at the end of the stream, -1 on failure and after Close.
   // Sends what was kept as soon as the stream takes it. One thread only.
@@ -54,7 +54,6 @@ class DeviceStream {
   bool SendKept(int open) CORVALINT_REQUIRES(lock);
   void Keep(const char* bytes, std::size_t count) CORVALINT_REQUIRES(lock);
   bool HasKept() const CORVALINT_REQUIRES(lock) { return keptBegin < kept.size(); }
-  bool IsCrowded() CORVALINT_EXCLUDES(lock);
   bool WantsToSend() CORVALINT_EXCLUDES(lock);
   void ReportLosses(bool always) CORVALINT_EXCLUDES(lock);
 

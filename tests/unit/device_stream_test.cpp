@@ -186,33 +186,6 @@ TEST_F(DeviceStreamTest, FramesThatNobodyReadsAreDroppedWholeAndCounted) {
   EXPECT_EQ(log.Lines(), (Lines{"DEBUG the device did not read: 2 frames dropped"}));
 }
 
-TEST_F(DeviceStreamTest, APatientSenderWaitsWhileMuchIsKeptAndLeavesRoomForOthers) {
-  sockets.BlockSends();
-  const std::string payload(65536, 'm');
-  for (int i = 0; i < 4; ++i) Send(payload);
-  std::atomic<bool> waited{false};
-  auto patient = std::async(std::launch::async, [&] {
-    stream->AwaitRoom();
-    waited = true;
-  });
-  ASSERT_TRUE(clock.WaitForSleeps(3));
-  EXPECT_FALSE(waited);
-  for (int i = 4; i < 15; ++i) EXPECT_GT(Send(payload), 0) << i;
-  sockets.SendAnswers({{1 << 20, SocketError::none}});
-  patient.get();  // it sent what was kept by itself
-}
-
-TEST_F(DeviceStreamTest, APatientSenderDoesNotWaitForLittleNorOnceTheStreamIsClosed) {
-  sockets.BlockSends();
-  Send(std::string(65536, 'm'));
-  stream->AwaitRoom();
-  for (int i = 0; i < 7; ++i) Send(std::string(65536, 'm'));
-  auto patient = std::async(std::launch::async, [&] { stream->AwaitRoom(); });
-  ASSERT_TRUE(clock.WaitForSleeps(1));
-  stream->Close();
-  patient.get();
-}
-
 TEST_F(DeviceStreamTest, AReconnectionStartsWithoutTheOldRest) {
   sockets.SendAnswers({{7, SocketError::none}});
   Send("torn in two");

@@ -286,6 +286,7 @@ TEST_F(LocalOSCPortTableTest, TheEndOfTheTableWaitsForAPortInsideItsOwner) {
   while (!inside) std::this_thread::yield();
   clock.WhenSleeping([&](std::uint32_t milliseconds) {
     EXPECT_EQ(milliseconds, 10u);
+    if (mayLeave) return;
     EXPECT_FALSE(left);
     mayLeave = true;
   });

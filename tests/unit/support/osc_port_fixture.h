@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -37,6 +38,7 @@ class PortOwner final : public LocalOSCPortDelegate {
     came.notify_all();
     if (action) action();
   }
+  bool IsCrowded() override { return crowded; }
   // Runs inside each call, on the port's thread, once the packet is kept.
   void WhenSending(std::function<void()> action) {
     const std::lock_guard hold(mutex);
@@ -59,6 +61,8 @@ class PortOwner final : public LocalOSCPortDelegate {
     packets.clear();
     return taken;
   }
+
+  std::atomic<bool> crowded{false};
 
  private:
   std::mutex mutex;
