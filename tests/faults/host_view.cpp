@@ -4,14 +4,7 @@
 
 namespace corvalint::faults {
 
-constinit const HostSide kSources{
-    corvalintServerGetCountOfSources,       get_unique_id_source, get_source_name_length,
-    corvalintServerGetActiveMIDISourceName, set_source_status,    get_source_status};
-constinit const HostSide kDestinations{
-    corvalintServerGetCountOfDestinations, get_unique_id_destination, get_dest_name_length,
-    corvalintServerGetActiveMIDIDestName,  set_destination_status,    get_destination_status};
-
-int IdOf(const HostSide& side, const std::string& name) {
+int IdOf(const Exports& side, const std::string& name) {
   const InsideScope inside;
   for (int i = 0; i < side.count(); ++i) {
     const int id = side.idAt(i);
@@ -26,14 +19,14 @@ int IdOf(const HostSide& side, const std::string& name) {
   return 0;
 }
 
-bool IsOn(const HostSide& side, const std::string& name) {
+bool IsOn(const Exports& side, const std::string& name) {
   const int id = IdOf(side, name);
   const InsideScope inside;
-  return id != 0 && side.isOn(id) != 0;
+  return id != 0 && side.status(id) != 0;
 }
 
 namespace {
-void Toggle(const HostSide& side, const std::string& name) {
+void Toggle(const Exports& side, const std::string& name) {
   const int id = IdOf(side, name);
   const InsideScope inside;
   side.toggle(static_cast<unsigned int>(id));
@@ -41,11 +34,11 @@ void Toggle(const HostSide& side, const std::string& name) {
 
 }  // namespace
 
-void SwitchOn(const HostSide& side, const std::string& name) {
+void SwitchOn(const Exports& side, const std::string& name) {
   if (!IsOn(side, name)) Toggle(side, name);
 }
 
-void SwitchOff(const HostSide& side, const std::string& name) {
+void SwitchOff(const Exports& side, const std::string& name) {
   if (IsOn(side, name)) Toggle(side, name);
 }
 

@@ -8,12 +8,12 @@
 #include <stdexcept>
 #include <string>
 
-#include "corvalint_wrapper.h"
 #include "fuzz/support/check.h"
 #include "fuzz/support/desk_midi.h"
 #include "fuzz/support/host_text.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/quiet.h"
+#include "unit/support/paired_exports.h"
 #include "winmidi/midi_destination.h"
 #include "winmidi/midi_endpoint_registry.h"
 
@@ -21,24 +21,9 @@ namespace corvalint::fuzz {
 
 namespace {
 
-// One function for sources, its twin for destinations.
-struct Side {
-  corvalint_int64 (*count)();
-  int (*idAt)(int);
-  unsigned int (*nameLength)(int);
-  char (*nameByte)(int, int);
-  void (*toggle)(unsigned int);
-  corvalint_bool (*status)(int);
-  corvalint_bool (*available)(int);
-};
+using Side = test::Exports;
 
-constexpr Side kSides[2] = {
-    {corvalintServerGetCountOfSources, get_unique_id_source, get_source_name_length,
-     corvalintServerGetActiveMIDISourceName, set_source_status, get_source_status,
-     get_source_available},
-    {corvalintServerGetCountOfDestinations, get_unique_id_destination, get_dest_name_length,
-     corvalintServerGetActiveMIDIDestName, set_destination_status, get_destination_status,
-     get_destination_available}};
+constexpr Side kSides[2] = {test::kSources, test::kDestinations};
 
 // What the model knows of an endpoint, and the record that it stands for.
 struct Endpoint {
