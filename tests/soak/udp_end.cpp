@@ -5,9 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <stdexcept>
 #include <system_error>
 
 namespace corvalint::soak {
@@ -49,19 +47,6 @@ std::optional<UdpEnd::Bytes> UdpEnd::Receive() const {
   if (got < 0) return std::nullopt;
   datagram.resize(static_cast<std::size_t>(got));
   return datagram;
-}
-
-std::uint16_t FreeUdpPort() {
-  static std::atomic<unsigned> next{static_cast<unsigned>(getpid()) * 41u};
-  for (int tries = 0; tries < 20000; ++tries) {
-    const auto port = static_cast<std::uint16_t>(10000u + next++ % 20000u);
-    try {
-      Bound(port);
-      return port;
-    } catch (const std::system_error&) {
-    }
-  }
-  throw std::runtime_error("no free UDP port");
 }
 
 }  // namespace corvalint::soak

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "device/descriptor.h"
+#include "ports/free_udp_port.h"
 
 namespace corvalint::soak {
+
+using test::FreeUdpPort;
 
 // A desktop program that speaks UDP: a socket on 127.0.0.1 that never blocks. For one thread.
 class UdpEnd {
@@ -26,9 +29,5 @@ class UdpEnd {
   device::Descriptor socket;
   std::uint16_t port;
 };
-
-// A number that no UDP socket had a moment ago, outside the range that the system gives away by
-// itself. Another one with each call.
-std::uint16_t FreeUdpPort();
 
 }  // namespace corvalint::soak

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <fstream>
 #include <sstream>
 
@@ -71,20 +70,6 @@ std::string UdpProgram::Receive() const {
 bool UdpProgram::Silent() const {
   pollfd polled{socket, POLLIN, 0};
   return poll(&polled, 1, 0) == 0;
-}
-
-std::uint16_t FreeUdpPort() {
-  // Each test program begins elsewhere, since several run at once.
-  static std::atomic<unsigned> next{static_cast<unsigned>(getpid()) * 37u};
-  for (int tries = 0; tries < 20000; ++tries) {
-    const auto port = static_cast<std::uint16_t>(10000u + next++ % 20000u);
-    const int probe = BoundSocket(port);
-    if (probe < 0) continue;
-    close(probe);
-    return port;
-  }
-  ADD_FAILURE() << "no free port";
-  return 0;
 }
 
 UdpSocketState StateOfSocket(int socket) {

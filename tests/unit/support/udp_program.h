@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "ports/free_udp_port.h"
+
 namespace corvalint::test {
 
 // A program of the desktop that speaks UDP: a socket on 127.0.0.1, at a free port. What takes
@@ -27,10 +29,6 @@ class UdpProgram {
   int socket;
   std::uint16_t port = 0;
 };
-
-// A number that no UDP socket has, another one with each call; none that the system gives to a
-// socket by itself.
-std::uint16_t FreeUdpPort();
 
 // What the system knows of a UDP socket.
 struct UdpSocketState {

@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <charconv>
 #include <fstream>
-#include <random>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -60,17 +58,6 @@ std::string Dotted(std::uint64_t inMemoryOrder) {
 }
 
 }  // namespace
-
-// Numbers above those for services and below those that the system gives out by itself.
-std::uint16_t FreeUdpPort() {
-  static std::mt19937 random(std::random_device{}());
-  static std::set<std::uint16_t> given;
-  std::uniform_int_distribution<int> numbers(20000, 31999);
-  for (;;) {
-    const auto number = static_cast<std::uint16_t>(numbers(random));
-    if (Bind(UdpSocket(), number) && given.insert(number).second) return number;
-  }
-}
 
 UdpProgram::UdpProgram(std::uint16_t number, int receiveBuffer)
     : socket(UdpSocket()), port(number), buffer(kLongestDatagram) {

@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "device/descriptor.h"
+#include "ports/free_udp_port.h"
 #include "windows/support/bridge.h"
 
 // Loopback OSC ports as their device and as desktop programs see them.
 namespace corvalint::windows_test {
 
-// A UDP number of 127.0.0.1 that nobody has now, and that the system gives nobody by itself.
-std::uint16_t FreeUdpPort();
+using test::FreeUdpPort;
 
 // A desktop program with a UDP socket on 127.0.0.1. For one thread at a time.
 class UdpProgram {
