@@ -7,6 +7,8 @@ add_library(corvalint_wrapper SHARED ${apiSources} ${definition})
 corvalint_warnings(corvalint_wrapper)
 target_compile_options(corvalint_wrapper PRIVATE -fvisibility=hidden)
 target_link_libraries(corvalint_wrapper PRIVATE corvalint_core)
+corvalint_version_resource(corvalint_wrapper corvalint_wrapper.dll
+                           "MIDI bridge between iOS devices and Windows")
 set_target_properties(corvalint_wrapper PROPERTIES
   PREFIX ""
   LINK_DEPENDS ${definition}
