@@ -14,6 +14,7 @@
 namespace corvalint {
 
 class MidiEndpointRegistry;
+struct MidiSourceEndpoint;
 
 inline constexpr std::size_t kInputBufferCount = 4;
 inline constexpr std::uint32_t kInputBufferSize = 65536;
@@ -44,13 +45,18 @@ struct MidiInputBuffers {
   MidiInputBuffers();
   std::array<MidiHeader, kInputBufferCount> headers{};
   std::vector<char> data;
+  // Used once the driver has kept the buffers: the source that it may still call back with, and
+  // those that were kept before. They stand here so that keeping needs no memory.
+  std::shared_ptr<MidiSourceEndpoint> usedBy;
+  std::unique_ptr<MidiInputBuffers> keptBefore;
 };
 
 struct MidiSourceEndpoint : MidiEndpoint {
   explicit MidiSourceEndpoint(MidiEndpointRegistry& owner)
       : buffers(std::make_unique<MidiInputBuffers>()), registry(owner) {}
 
-  // Replaced under the device lock and the registry's lock, one of which its users hold.
+  // Replaced under the device lock and the registry's lock, one of which its users hold. Null after
+  // a driver has kept them, until the next open; `closing` is set as long.
   std::unique_ptr<MidiInputBuffers> buffers;
   MidiEndpointRegistry& registry;
   // Set before the device is stopped, so that the callback queues no buffer again. Written under

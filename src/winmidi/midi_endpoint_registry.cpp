@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "service/console.h"
 #include "service/immortal.h"
@@ -133,9 +134,10 @@ void MidiEndpointRegistry::ToggleDestination(std::int32_t id) {
   }
 }
 
-void MidiEndpointRegistry::KeepForever(std::shared_ptr<const void> memory) {
+void MidiEndpointRegistry::KeepForever(std::unique_ptr<MidiInputBuffers> buffers) noexcept {
   CriticalSectionScope hold(listLock);
-  kept.push_back(std::move(memory));
+  buffers->keptBefore = std::move(kept);
+  kept = std::move(buffers);
 }
 
 MidiEndpointRegistry& GetMidiEndpointRegistry() {

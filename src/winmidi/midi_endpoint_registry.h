@@ -45,8 +45,9 @@ class MidiEndpointRegistry {
   void ToggleSource(std::int32_t id) CORVALINT_EXCLUDES(deviceLock);
   void ToggleDestination(std::int32_t id) CORVALINT_EXCLUDES(deviceLock);
 
-  // Keeps memory that a driver did not give back for ever: a leak instead of a corruption.
-  void KeepForever(std::shared_ptr<const void> memory) CORVALINT_EXCLUDES(listLock);
+  // Keeps buffers that a driver did not give back for ever, and the source that they name: a leak
+  // instead of a corruption. Needs no memory.
+  void KeepForever(std::unique_ptr<MidiInputBuffers> buffers) noexcept CORVALINT_EXCLUDES(listLock);
 
   // Held around the opening and closing of devices and around a scan. Never wanted by a callback or
   // by a holder of `clientLock` or `midiLock`, so its holder may wait for a callback's end.
@@ -65,7 +66,8 @@ class MidiEndpointRegistry {
   std::uint32_t outputsAtScan CORVALINT_GUARDED_BY(deviceLock) = 0;
 
  private:
-  std::vector<std::shared_ptr<const void>> kept CORVALINT_GUARDED_BY(listLock);
+  // The last that were kept; each holds those before.
+  std::unique_ptr<MidiInputBuffers> kept CORVALINT_GUARDED_BY(listLock);
 };
 
 // The one registry, made on first use. Any thread.

@@ -1,6 +1,8 @@
 #include "winmidi/midi_source.h"
 
 #include <exception>
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/clock.h"
@@ -49,15 +51,28 @@ MidiResult RetryClose(MidiInHandle handle, MidiInputBuffers& buffers, MidiResult
 }
 
 // The driver may still write into the buffers and call back with their headers and with the source.
-void Abandon(MidiEndpointRegistry& registry, const MidiSourcePointer& source) {
-  LogError("MIDI input could not be closed: %s", source->name.c_str());
-  auto buffers = std::make_unique<MidiInputBuffers>();
+// That this cannot fail is why the next open gets new buffers and not this. The source is closing.
+void Abandon(MidiEndpointRegistry& registry, const MidiSourcePointer& source) noexcept {
+  std::unique_ptr<MidiInputBuffers> buffers;
   {
     CriticalSectionScope hold(registry.lock);
     buffers.swap(source->buffers);
   }
+  buffers->usedBy = source;
   registry.KeepForever(std::move(buffers));
-  registry.KeepForever(source);
+  LogError("MIDI input could not be closed: %s", source->name.c_str());
+}
+
+// False when there is no memory for buffers in place of those that a driver has kept.
+bool HasBuffers(MidiEndpointRegistry& registry, MidiSourceEndpoint& source) try {
+  if (source.buffers != nullptr) return true;
+  auto buffers = std::make_unique<MidiInputBuffers>();
+  CriticalSectionScope hold(registry.lock);
+  source.buffers = std::move(buffers);
+  return true;
+} catch (const std::bad_alloc&) {
+  LogError("no memory for MIDI input: %s", source.name.c_str());
+  return false;
 }
 
 void SetClosing(MidiEndpointRegistry& registry, MidiSourceEndpoint& source, bool closing) {
@@ -122,11 +137,14 @@ void BufferReturned(MidiInHandle handle, MidiSourceEndpoint& source, const MidiH
 
 MidiResult OpenMidiSource(MidiEndpointRegistry& registry, const MidiSourcePointer& source) {
   const WinMidiApi& winmm = Use<WinMidiApi>();
-  SetClosing(registry, *source, false);
   MidiInHandle handle = nullptr;
-  MidiResult result = winmm.midiInOpen(
-      &handle, source->deviceIndex, reinterpret_cast<std::uintptr_t>(&MidiInputCallback),
-      reinterpret_cast<std::uintptr_t>(source.get()), kMidiCallbackFunction);
+  MidiResult result = kMidiNoMemory;
+  if (HasBuffers(registry, *source)) {
+    SetClosing(registry, *source, false);
+    result = winmm.midiInOpen(
+        &handle, source->deviceIndex, reinterpret_cast<std::uintptr_t>(&MidiInputCallback),
+        reinterpret_cast<std::uintptr_t>(source.get()), kMidiCallbackFunction);
+  }
   if (result != kMidiNoError) {
     source->off = true;
     source->available = false;
