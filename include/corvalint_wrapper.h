@@ -1,59 +1,110 @@
-/* clang-format off: the rules below stand in two columns. */
-/*
- * corvalint_wrapper: a MIDI bridge between iOS devices on USB and the MIDI world of this machine.
+/**
+ * @mainpage corvalint_wrapper, for the author of a host
  *
- * The host starts the service once and from then on only asks: which MIDI inputs ("sources") and
- * outputs ("destinations") there are, what they are called, whether they are on; and it switches
- * them on and off. Everything else happens on the library's own threads.
+ * A MIDI bridge between iOS devices on USB and the MIDI devices of this machine. A host starts it
+ * once. From then on it only asks which MIDI inputs ("sources") and outputs ("destinations") there
+ * are, what they are called and whether they are on, and it switches them on and off. Everything
+ * else happens on the library's own threads. These rules hold for all functions of
+ * corvalint_wrapper.h; each function's own contract stands there.
  *
- * Rules that hold for every function
+ * @par Calling
+ * C linkage, undecorated names and the one calling convention of 64-bit Windows ("cdecl" where a
+ * language asks), in an x86-64 process. Link with corvalint_wrapper.lib or
+ * libcorvalint_wrapper.dll.a, or load the DLL and bind the functions by name. Never call from
+ * DllMain, nor from a callback of winmm.
  *
- * Calling.    Plain C functions with undecorated names, x86-64 Windows calling convention. Load
- *             the library by name or link to its import library. Call from an ordinary thread,
- *             never from DllMain. Any thread may call; calls of several threads at once are
- *             allowed.
- * Life.       There is no stop. corvalintServerStart pins the module: it stays in the process
- *             until the process ends, and FreeLibrary does not unload it.
- * When.       Only the start function does anything to the process. Every other function may be
- *             called before it and then finds nothing: counts of 0, every id unknown. After the
- *             start the counts stay 0 until the first scan of this machine's MIDI devices has
- *             finished, some milliseconds later. The lists are scanned again every five seconds.
- * Waiting.    The asking functions do not wait. The two that switch wait for a scan that is under
- *             way, and open or close a MIDI device, which takes as long as its driver takes: call
- *             them where a second does not matter.
- * Identity.   An endpoint has an id, which stays the same while the device is present. A device
- *             that was unplugged and returns has a new id, and ids mean nothing in another run.
- *             Position is the place in the list, counted from 0, and shifts when a device before
- *             it goes. Use positions only to learn ids, and ids for everything else.
- * Unknown id. Not an error: the function answers 0, or does nothing.
- * Names.      Bytes in the ANSI code page of the system, not text that ends in a zero. Ask for the
- *             length, then for each byte at 0 .. length - 1.
- * Truth.      A true/false result is one byte that is 0 or 1. In C# declare it as [return:
- *             MarshalAs(UnmanagedType.I1)] bool (U1 serves too); a bool without that attribute
- *             reads four bytes, of which three mean nothing.
- * Exceptions. A position outside its range raises the C++ exception std::out_of_range with the
- *             text "invalid vector<T> subscript" (list) or "invalid string position" (name). Only
- *             a host built with the library's own compiler and C++ runtime can catch it; in any
- *             other host it ends the process. Ask only for positions 0 .. count - 1, right after
- *             asking for the count. A device may still vanish between the two: a host that can
- *             catch should catch, any other keeps the walk short, and never asks beyond what it
- *             was told. Nothing else is ever raised.
- * Output.     The library writes diagnostic lines to standard output and a log, pellora.log, into
- *             the folder of the program that loaded it.
+ * @par Widths
+ * int and unsigned int have 32 bits, #corvalint_int64 has 64. A char is one byte of a name, not a
+ * character: in C# it is a byte. #corvalint_bool is one byte, 0 or 1, and what surrounds it in the
+ * register means nothing: a C# bool needs [return: MarshalAs(UnmanagedType.I1)], a BOOL or an int
+ * reads rubbish.
+ *
+ * @par Threads
+ * Any thread may call any function, several threads at once. An answer is true for the moment at
+ * which it was given. The library never calls its host.
+ *
+ * @par One start and no stop
+ * Only corvalintServerStart() does anything to the process: it pins the module, so that FreeLibrary
+ * does not unload it, starts threads that run until the process ends, initialises Windows Sockets
+ * and asks Windows for timers of one millisecond. Call it once. The other functions may be called
+ * before it and then find nothing: counts of 0, every id unknown. There is no stop; what is on goes
+ * off with the process.
+ *
+ * @par The lists
+ * After the start both counts are 0 until the first scan of this machine's MIDI devices has ended,
+ * as a rule some milliseconds later. A scan follows every five seconds, and nothing else changes
+ * the lists. A new endpoint stands at the end, and is off. One whose device has gone is erased, and
+ * those behind it move up. Two devices with one name are one endpoint. The ports that iOS devices
+ * publish on this machine are not listed.
+ *
+ * @par Ids and positions
+ * An id names an endpoint as long as its device stays. A device that returns has a new id, and so
+ * has every device in the next run; any int may be an id, 0 and negative ones too. A position is a
+ * place in a list, counted from 0, and the next scan may move it. Use positions to learn ids and
+ * ids for everything else.
+ *
+ * @par The race between them
+ * A scan may come between asking for the count and asking for a position. Walk from the last
+ * position to the first, at once and with nothing between the calls: if an endpoint goes meanwhile,
+ * you may meet an id twice, but you miss none, and a position can lie outside the list only in the
+ * first moment after the count. Leave out ids that you have seen; new endpoints wait for your next
+ * walk.
+ * @code
+ * int position = (int)corvalintServerGetCountOfSources();
+ * while (position-- > 0) add_unless_there(&ids, get_unique_id_source(position));
+ * @endcode
+ *
+ * @par Unknown ids
+ * Not an error: the function answers 0, or does nothing. An endpoint may go between two calls.
+ *
+ * @par Positions outside their range
+ * The two failures of this interface, which are exceptions of the C++ runtime that the library was
+ * built with (GCC's): std::out_of_range with the text "invalid vector<T> subscript" for a position
+ * in a list, and "invalid string position" for a position in the name of a known id. A C++ host
+ * built with MinGW-w64 GCC can catch them. Any other host, in Visual C++, C#, Python, C or another
+ * language, cannot count on that: as a rule the process ends. So ask for a position below the count
+ * or the length that you were told, and for no other. No function raises anything else.
+ *
+ * @par Names
+ * At most 31 bytes, cut there by Windows, in the ANSI code page of the process (CP_ACP), with no
+ * zero at the end: ask for the length, then for each byte at 0 .. length - 1. The name of an id
+ * never changes. A name may be empty, so a length of 0 does not prove that the id is unknown.
+ *
+ * @par Waiting
+ * Counts, ids, names, availability and the fixed values wait for no device, driver or file. The two
+ * questions for the state also print a word, and so wait for a standard output that nobody reads.
+ * Switching waits for a scan that is under way, and for the driver that opens or closes the device:
+ * milliseconds as a rule, a second or more if a driver keeps its buffers. Call the two that switch,
+ * and the start, which loads Apple's libraries, where that does not matter.
+ *
+ * @par Standard output
+ * The library prints diagnostic lines to the standard output of the process and flushes each. A
+ * host that hands its standard output to a pipe must read it, or the library's threads stand still.
+ * A host without standard output needs to do nothing.
+ *
+ * @par Files
+ * The folder is that of the program, not that of the DLL. The log pellora.log, with the identifiers
+ * of the iOS devices, is written there; beyond 2 MiB it begins anew. If it cannot be written there
+ * is no log, and all else works. pellora.conf is read there at the start, if it exists.
  */
-/* clang-format on */
+/**
+ * @file
+ * @brief The twenty functions of the library. The @ref index "rules" for all of them come first.
+ */
 #ifndef CORVALINT_WRAPPER_H_
 #define CORVALINT_WRAPPER_H_
 
-/* Empty where there is no DLL, and in the DLL's own sources: CMake defines the second name there.
- */
+/** @brief How the functions are imported; nothing for you to define. CMake defines the name ending
+ *  in _EXPORTS while it builds the DLL. */
 #if defined(_WIN32) && !defined(corvalint_wrapper_EXPORTS)
 #define CORVALINT_API __declspec(dllimport)
+#elif defined(__GNUC__) && !defined(_WIN32)
+#define CORVALINT_API __attribute__((visibility("default")))
 #else
 #define CORVALINT_API
 #endif
 
-/* A signed integer of exactly 64 bits. C89 has no name for it, every compiler does. */
+/** @brief A signed integer of 64 bits: C89 has no name for it, every compiler does. */
 #if defined(_MSC_VER)
 typedef __int64 corvalint_int64;
 #elif defined(__GNUC__)
@@ -62,102 +113,175 @@ __extension__ typedef long long corvalint_int64;
 typedef long long corvalint_int64;
 #endif
 
-/* One byte, 0 for false and 1 for true. */
+/** @brief One byte, 0 for false and 1 for true. */
 typedef unsigned char corvalint_bool;
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* ---- The service ---- */
+/** @name The service
+ *  @{ */
 
-/*
- * Starts the service: opens the log, looks for the device libraries, starts the threads. Call it
- * once; a second call starts a second service beside the first. It reports no failure: the log
- * does, and a machine without the device libraries still gets its MIDI lists.
+/**
+ * @brief Starts the service: opens the log, loads Apple's libraries, starts the threads.
+ *
+ * Call it once: a second call starts a second service beside the first. It reports no failure, the
+ * log does. Without Apple's libraries there are no iOS devices, and the lists work all the same.
  */
 CORVALINT_API void corvalintServerStart(void);
 
-/* Fixed at 14. There is no WiFi transport; the number means nothing. */
-CORVALINT_API int corvalintServerWiFiClients(void);
-
-/* Number of iOS devices connected now. 0 before the start. */
+/**
+ * @brief Number of iOS devices that are connected now.
+ * @return 0 before the start. A device that leaves is counted for up to a second longer.
+ */
 CORVALINT_API unsigned int corvalintServerUSBClients(void);
 
-/* Fixed at 1 (true), also before the start. */
+/**
+ * @brief A fixed value that hosts expect; there is no WiFi transport.
+ * @return 14, at any time.
+ */
+CORVALINT_API int corvalintServerWiFiClients(void);
+
+/**
+ * @brief A fixed value that hosts expect.
+ * @return 1, at any time.
+ */
 CORVALINT_API corvalint_bool corvalintServerScriptActive(void);
 
-/* Fixed at 1337. It counts nothing. */
+/**
+ * @brief A fixed value that hosts expect; it counts nothing.
+ * @return 1337, at any time.
+ */
 CORVALINT_API int corvalintServerActiveConnections(void);
 
-/* Does nothing and returns at once; both arguments are ignored. The spelling is the exported name.
+/**
+ * @brief Does nothing and returns at once; hosts expect it under this spelling.
+ * @param first Ignored.
+ * @param second Ignored.
  */
 CORVALINT_API void initliaze_port_control(corvalint_int64 first, corvalint_int64 second);
 
-/* ---- Which endpoints there are ---- */
+/** @}
+ *  @name Which endpoints there are
+ *  @{ */
 
-/* Number of sources, the MIDI inputs of this machine. Never negative. */
+/**
+ * @brief Number of sources, the MIDI inputs of this machine.
+ * @return 0 before the start and until the first scan has ended. Never negative.
+ */
 CORVALINT_API corvalint_int64 corvalintServerGetCountOfSources(void);
 
-/* Number of destinations, the MIDI outputs of this machine. Never negative. */
+/**
+ * @brief Number of destinations, the MIDI outputs of this machine.
+ * @return 0 before the start and until the first scan has ended. Never negative.
+ */
 CORVALINT_API corvalint_int64 corvalintServerGetCountOfDestinations(void);
 
-/*
- * Id of the source at a position, 0 .. count of sources - 1. Any int may be an id, 0 and negative
- * ones included. Outside the range: std::out_of_range, see "Exceptions".
+/**
+ * @brief Id of the source at a position.
+ * @param position 0 .. count of sources - 1. Any other raises "invalid vector<T> subscript".
+ * @return The id, which may be any int.
  */
 CORVALINT_API int get_unique_id_source(int position);
 
-/* The same for destinations, 0 .. count of destinations - 1. */
+/**
+ * @brief Id of the destination at a position.
+ * @param position 0 .. count of destinations - 1. Any other raises "invalid vector<T> subscript".
+ * @return The id, which may be any int.
+ */
 CORVALINT_API int get_unique_id_destination(int position);
 
-/* ---- Names ---- */
+/** @}
+ *  @name Names
+ *  @{ */
 
-/* Length in bytes of the name of the source with this id. 0 for an unknown id. */
+/**
+ * @brief Length of a source's name.
+ * @param id Id of the source.
+ * @return Bytes, 31 at most. 0 for an unknown id.
+ */
 CORVALINT_API unsigned int get_source_name_length(int id);
 
-/* The same for destinations. */
+/**
+ * @brief Length of a destination's name. Its function alone is named "dest".
+ * @param id Id of the destination.
+ * @return Bytes, 31 at most. 0 for an unknown id.
+ */
 CORVALINT_API unsigned int get_dest_name_length(int id);
 
-/*
- * The byte at a position, 0 .. length - 1, of the name of the source with this id. 0 for an unknown
- * id, whatever the position. Outside the range of a known one: std::out_of_range, see "Exceptions".
+/**
+ * @brief One byte of a source's name.
+ * @param id Id of the source.
+ * @param position 0 .. length - 1. Any other raises "invalid string position" if the id is known.
+ * @return The byte. 0 for an unknown id, whatever the position.
  */
 CORVALINT_API char corvalintServerGetActiveMIDISourceName(int id, int position);
 
-/* The same for destinations. */
+/**
+ * @brief One byte of a destination's name.
+ * @param id Id of the destination.
+ * @param position 0 .. length - 1. Any other raises "invalid string position" if the id is known.
+ * @return The byte. 0 for an unknown id, whatever the position.
+ */
 CORVALINT_API char corvalintServerGetActiveMIDIDestName(int id, int position);
 
-/* ---- On and off ---- */
+/** @}
+ *  @name On and off
+ *  @{ */
 
-/*
- * Switches the source with this id on if it is off, and off if it is on. A source starts off. On
- * means that its device is open and its MIDI goes to the iOS devices. A device that cannot be
- * opened stays off and becomes unavailable; the next call tries again. The parameter is unsigned
- * here and signed everywhere else: pass the same 32 bits. An unknown id does nothing.
+/**
+ * @brief Switches a source on if it is off, and off if it is on.
+ *
+ * On means that its device is open, that its MIDI goes to the iOS devices, and that they are told
+ * of it. A device that cannot be opened, because another program has it for example, stays off and
+ * becomes unavailable; the next call tries again. Waits, see "Waiting".
+ * @param id Id of the source: the same 32 bits as the signed id of the other functions. An unknown
+ * one does nothing.
  */
 CORVALINT_API void set_source_status(unsigned int id);
 
-/* The same for destinations, which take the MIDI that iOS devices send to them. */
+/**
+ * @brief Switches a destination on if it is off, and off if it is on.
+ *
+ * On means that its device is open, that it plays the MIDI which iOS devices send to it, and that
+ * they are told of it. A device that cannot be opened stays off and becomes unavailable; the next
+ * call tries again. Waits, see "Waiting".
+ * @param id Id of the destination: the same 32 bits as the signed id of the other functions. An
+ * unknown one does nothing.
+ */
 CORVALINT_API void set_destination_status(unsigned int id);
 
-/*
- * 1 if the source with this id is on, 0 if it is off or the id is unknown. For a known id it also
- * writes "true" or "false", without a line end, to standard output.
+/**
+ * @brief Whether a source is on. For a known id it also prints "true" or "false", without line end.
+ * @param id Id of the source.
+ * @return 1 if it is on, 0 if it is off or the id is unknown.
  */
 CORVALINT_API corvalint_bool get_source_status(int id);
 
-/* The same for destinations. */
+/**
+ * @brief Whether a destination is on. For a known id it also prints "true" or "false", without line
+ * end.
+ * @param id Id of the destination.
+ * @return 1 if it is on, 0 if it is off or the id is unknown.
+ */
 CORVALINT_API corvalint_bool get_destination_status(int id);
 
-/*
- * 1 if the source with this id can be used as far as is known, 0 if its device could not be opened
- * or the id is unknown. Prints nothing.
+/**
+ * @brief Whether a source could be opened when that was last tried. Prints nothing.
+ * @param id Id of the source.
+ * @return 1 if it could, or was never tried; 0 if it could not, or the id is unknown.
  */
 CORVALINT_API corvalint_bool get_source_available(int id);
 
-/* The same for destinations. */
+/**
+ * @brief Whether a destination could be opened when that was last tried. Prints nothing.
+ * @param id Id of the destination.
+ * @return 1 if it could, or was never tried; 0 if it could not, or the id is unknown.
+ */
 CORVALINT_API corvalint_bool get_destination_available(int id);
+
+/** @} */
 
 #ifdef __cplusplus
 }
