@@ -1,0 +1,25 @@
+#include "bench/stamp.h"
+
+#include <ctime>
+
+#include "unit/support/allocation_count.h"
+
+namespace corvalint::bench {
+
+namespace {
+
+std::int64_t Read(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+}  // namespace
+
+std::int64_t WallNanoseconds() { return Read(CLOCK_MONOTONIC); }
+
+Stamp Stamp::Now() {
+  return {Read(CLOCK_MONOTONIC), Read(CLOCK_THREAD_CPUTIME_ID), test::allocations};
+}
+
+}  // namespace corvalint::bench

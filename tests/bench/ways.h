@@ -1,0 +1,11 @@
+#pragma once
+
+namespace corvalint::bench {
+
+// The groups of measures. Each runs in a process of its own, since the library starts once and
+// stays, and tells its results on standard output.
+
+void MeasureReceiving();
+void MeasureInput();
+
+}  // namespace corvalint::bench
