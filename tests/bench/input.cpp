@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kWarmUpRounds = 5;
 constexpr int kRounds = 101;
-constexpr int kMessages = 256;  // in a round
 constexpr std::uint32_t kNote = 0x643C90;
 std::array<std::uint8_t, 3> note{0x90, 0x3C, 0x64};
 
@@ -42,22 +41,22 @@ Stamp Cost(int times, const Action& action) {
 }
 
 // Nobody reads at the devices' ends during a round, so no send wakes a reader and none of its time
-// is anybody else's. Afterwards everything is read.
+// is anybody else's. Afterwards everything is read. `messages` are sent in a round.
 template <class Ours, class Bare>
-void MeasureSending(Bridge& bridge, const std::string& measure, const Ours& sendOurs,
-                    const Bare& sendBare) {
+void MeasureSending(Bridge& bridge, const std::string& measure, int messages, int messages,
+                    const Ours& sendOurs, const Bare& sendBare) {
   Result result;
   result.measure = measure;
   bridge.DrainAll();
   for (int round = 0; round < kWarmUpRounds + kRounds; ++round) {
-    const Stamp ours = Cost(kMessages, sendOurs);
+    const Stamp ours = Cost(messages, sendOurs);
     bridge.DrainAll();
-    const Stamp limit = Cost(kMessages, sendBare);
+    const Stamp limit = Cost(messages, sendBare);
     bridge.DrainAll();
     if (round < kWarmUpRounds) continue;
-    result.ours.push_back(static_cast<double>(ours.cpu) / kMessages);
-    result.limit.push_back(static_cast<double>(limit.cpu) / kMessages);
-    result.allocations.push_back(static_cast<double>(ours.allocations) / kMessages);
+    result.ours.push_back(static_cast<double>(ours.cpu) / messages);
+    result.limit.push_back(static_cast<double>(limit.cpu) / messages);
+    result.allocations.push_back(static_cast<double>(ours.allocations) / messages);
   }
   Tell(result);
 }
@@ -70,20 +69,20 @@ void MeasureInput() {
   const auto bareKeys = [&] { SendBare(bridge, keys); };
   bridge.Attach(1);
   MeasureSending(
-      bridge, "input to 1 device", [] { PlayShort(kNote); }, bareKeys);
+      bridge, "input to 1 device", 256, [] { PlayShort(kNote); }, bareKeys);
 
   const MidiAddress own{"Bench destination", 78};
   bridge.PublishDestination(0, own);
   const OpenPort port = PortNamed(own.name);
   MeasureSending(
-      bridge, "port to its device", [&] { port.Write(note.data(), 3); },
+      bridge, "port to its device", 256, [&] { port.Write(note.data(), 3); },
       [&] { SendBare(bridge, own); });
 
-  for (const std::size_t devices : {16, 64}) {
-    bridge.Attach(devices);
+  for (const int devices : {16, 64}) {
+    bridge.Attach(static_cast<std::size_t>(devices));
     MeasureSending(
-        bridge, "input to " + std::to_string(devices) + " devices", [] { PlayShort(kNote); },
-        bareKeys);
+        bridge, "input to " + std::to_string(devices) + " devices", 1024 / devices,
+        [] { PlayShort(kNote); }, bareKeys);
   }
 }
 
