@@ -43,8 +43,8 @@ Stamp Cost(int times, const Action& action) {
 // Nobody reads at the devices' ends during a round, so no send wakes a reader and none of its time
 // is anybody else's. Afterwards everything is read. `messages` are sent in a round.
 template <class Ours, class Bare>
-void MeasureSending(Bridge& bridge, const std::string& measure, int messages, int messages,
-                    const Ours& sendOurs, const Bare& sendBare) {
+void MeasureSending(Bridge& bridge, const std::string& measure, int messages, const Ours& sendOurs,
+                    const Bare& sendBare) {
   Result result;
   result.measure = measure;
   bridge.DrainAll();
