@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Shows that check_links.py and check_commands.py notice what they are there for."""
+
+import tempfile
+import types
+import unittest
+from pathlib import Path
+
+import check_commands
+import check_links
+from documents import blocks_of, code_spans
+
+PAGE = """# A page & more
+
+See [one](one.md), ![two](pictures/two.svg "title") and <a href="#a-page--more">up</a>;
+not `[code](code.md)`, but [web](https://example.org/x).
+
+    [indented](code.md)
+    ./dev run
+
+## The `second` heading
+
+```sh
+./dev fuzz --coverage
+```
+
+- a list
+    with [a link](in-list.md) in it
+- ## no heading
+
+[three]: three.md
+
+## The `second` heading
+"""
+
+
+class Markdown(unittest.TestCase):
+    def test_links_outside_of_code_are_found(self):
+        self.assertEqual(
+            sorted(check_links.links_of(PAGE)),
+            [(3, "#a-page--more"), (3, "one.md"), (3, "pictures/two.svg"),
+             (4, "https://example.org/x"), (16, "in-list.md"), (19, "three.md")])
+
+    def test_headings_are_named_as_on_web_pages(self):
+        self.assertEqual(check_links.anchors_of(PAGE),
+                         {"a-page--more", "the-second-heading", "the-second-heading-1"})
+
+    def test_code_is_found_with_its_language_and_place(self):
+        self.assertEqual(blocks_of(PAGE)[1],
+                         [("", 6, ["[indented](code.md)", "./dev run"]),
+                          ("sh", 12, ["./dev fuzz --coverage"])])
+        self.assertEqual(list(code_spans(["a `b", "c` d ``e`f``"])), [(1, "b c"), (2, "e`f")])
+
+
+class Links(unittest.TestCase):
+    def test_what_leads_nowhere_is_told(self):
+        with tempfile.TemporaryDirectory() as name:
+            root = Path(name).resolve()
+            (root / "docs").mkdir()
+            (root / "build").mkdir()
+            page = root / "docs" / "page.md"
+            page.write_text("# Here\n")
+            (root / "good.svg").write_text("<svg xmlns='http://www.w3.org/2000/svg'/>")
+            (root / "bad.svg").write_text("<svg>")
+            (root / "build" / "log").write_text("")
+            for target, alive in (
+                    ("#here", True), ("page.md#here", True), ("../docs", True), ("../good.svg", True),
+                    ("https://example.org/gone", True), ("#there", False), ("gone.md", False),
+                    ("Page.md", False), ("page.md#Here", False), ("../good.svg#x", False),
+                    ("../bad.svg", False), ("../build/log", False), ("../../x", False),
+                    ("/etc/hosts", False)):
+                with self.subTest(target):
+                    self.assertEqual(check_links.complaint_about(page, target, root) is None, alive)
+
+
+class Commands(unittest.TestCase):
+    known = types.SimpleNamespace(
+        dev_commands={"run", "test"}, dev_options={"--coverage"}, tests={"Suite.Name"},
+        ctest_names=["release.docs_links", "release.frame_test"], host_commands={"list", "on"},
+        host_options={"--json"}, is_made=lambda program: program == "made_test")
+
+    def complaints(self, page):
+        return list(check_commands.complaints_of_page(page, self.known))
+
+    def test_commands_that_exist_are_not_told(self):
+        page = """Use `./dev run --coverage`, `./dev`, `Suite.Name`, `ctest -R frame`,
+`build/release/tests/unit/made_test` and `corvalint-host on "Keys" --json`.
+
+    ./dev test -R docs_links   # a remark
+    corvalint-host             asks
+    ./dev COMMAND
+
+```sh
+$ WINEDEBUG=-all sh -c true -o made.exe
+./made.exe
+./dev run
+```
+"""
+        self.assertEqual(self.complaints(page), [])
+
+    def test_commands_that_do_not_exist_are_told(self):
+        for page in ("`./dev walk`", "    ./dev walk", "`./dev run --slow`", "`Suite.Gone`",
+                     "`ctest --test-dir build/release -R gone`", "`./dev test -R 'gone|lost'`",
+                     "`build/asan/tests/unit/gone_test`", "`corvalint-host dance`",
+                     "`corvalint-host.exe --gone`", "    $ X=1 ./dev walk",
+                     "```sh\nno_such_program_at_all 1\n```", "```sh\n./no_such_file\n```",
+                     "```\n./dev walk\n```"):
+            with self.subTest(page):
+                self.assertEqual(len(self.complaints(page + "\n")), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
