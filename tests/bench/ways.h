@@ -7,5 +7,6 @@ namespace corvalint::bench {
 
 void MeasureReceiving();
 void MeasureInput();
+void MeasureLatency();
 
 }  // namespace corvalint::bench

@@ -15,7 +15,8 @@ struct Group {
   void (*measure)();
 };
 
-constexpr std::array kGroups{Group{"receiving", MeasureReceiving}, Group{"input", MeasureInput}};
+constexpr std::array kGroups{Group{"receiving", MeasureReceiving}, Group{"input", MeasureInput},
+                             Group{"latency", MeasureLatency}};
 
 int Main(int count, char** arguments) {
   for (const Group& group : kGroups) {

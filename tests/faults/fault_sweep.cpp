@@ -135,6 +135,13 @@ class Runner {
 
 struct Tally {
   std::uint64_t points = 0, runs = 0, reached = 0, wrong = 0;
+
+  void operator+=(const Tally& other) {
+    points += other.points;
+    runs += other.runs;
+    reached += other.reached;
+    wrong += other.wrong;
+  }
 };
 
 class Sweep {
@@ -241,24 +248,31 @@ class Sweep {
 constexpr std::array<std::uint64_t, kTables> kFewestCalls{75, 4,  52, 125, 11, 8,
                                                           8,  46, 4,  4,   31, 250};
 
+void PrintTally(const Tally& tally, const char* of) {
+  const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+  std::printf("swept %llu calls of %s: %llu runs, %llu met their fault, %llu wrong\n",
+              number(tally.points), of, number(tally.runs), number(tally.reached),
+              number(tally.wrong));
+}
+
 bool Sweep::Summary() const {
   bool good = true;
+  Tally total;
   for (std::size_t t = 0; t < kTables; ++t) {
     const Tally& tally = tallies[t];
-    const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::printf("swept %llu calls of %s: %llu runs, %llu met their fault, %llu wrong\n",
-                number(tally.points), faults::NameOf(static_cast<Table>(t)), number(tally.runs),
-                number(tally.reached), number(tally.wrong));
+    PrintTally(tally, faults::NameOf(static_cast<Table>(t)));
+    total += tally;
     if (tally.wrong > 0) good = false;
     if (tally.reached * 10 < tally.runs * 9) {
       std::puts("that many runs without a fault show nothing");
       good = false;
     }
     if (tally.points < kFewestCalls[t]) {
-      std::printf("that is fewer than %llu\n", number(kFewestCalls[t]));
+      std::printf("that is fewer than %llu\n", static_cast<unsigned long long>(kFewestCalls[t]));
       good = false;
     }
   }
+  PrintTally(total, "all tables");
   return good;
 }
 
@@ -294,7 +308,7 @@ int Main(int argc, char** argv) {
   const std::uint64_t offset = from
                                    ? std::strtoull(argv[2], nullptr, 10)
                                    : static_cast<std::uint64_t>(std::time(nullptr)) / 3600 % stride;
-  std::printf("%llu points, every %llu. of them from --offset %llu\n",
+  std::printf("%llu injection points, every %llu. of them from --offset %llu\n",
               static_cast<unsigned long long>(sweep.Points()),
               static_cast<unsigned long long>(stride), static_cast<unsigned long long>(offset));
   sweep.Run(stride, offset);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The long runs behind "./dev soak", one after the other, and what they found:
 #   run.sh BUILD_FOLDER OUTPUT_FOLDER MINUTES
-# BUILD_FOLDER holds the trees tsan and release. Tables, pictures and what was printed are left in
+# BUILD_FOLDER holds the trees asan, tsan and release. Tables, pictures and what was printed are left in
 # OUTPUT_FOLDER. Ends with 0 only if nothing was wrong.
 set -uo pipefail
 build=$1 output=$2 minutes=$3
@@ -36,6 +36,8 @@ picture() {
 }
 
 rm -f "$output"/{native,wine}.{dat,svg}
+part faults env ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1 \
+  UBSAN_OPTIONS=print_stacktrace=1 "${fixed[@]}" "$build/asan/tests/faults/fault_sweep" --all
 part stress env TSAN_OPTIONS=detect_deadlocks=1:second_deadlock_stack=1:halt_on_error=1 \
   "${fixed[@]}" "$build/tsan/tests/soak/corvalint-stress" --seconds $((minutes * 60))
 part native "$build/release/tests/soak/corvalint-cycles" 20000 "$output/native.dat"

@@ -1,0 +1,270 @@
+// How long one message takes, with the machine to itself and while others play.
+#include <sys/prctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/arrivals.h"
+#include "bench/bridge.h"
+#include "bench/desk.h"
+#include "bench/results.h"
+#include "bench/stamp.h"
+#include "bench/ways.h"
+#include "protocol/big_endian.h"
+
+namespace corvalint::bench {
+
+namespace {
+
+constexpr std::size_t kOthers = 8;
+constexpr std::size_t kSysexDevice = kOthers + 1;
+constexpr int kPhases = 8;
+constexpr int kPairs = 400;  // of one message of ours and a bare one, in a phase
+constexpr int kWarmUpPairs = 50;
+constexpr std::chrono::microseconds kBetween{500};
+
+// A note that is timed. Its data bytes are its number; no other note has this status.
+constexpr std::uint8_t kTimed = 0x9F;
+constexpr std::size_t kNumbers = 1 << 14;
+
+// When the timed messages were sent and when they came. Written by the sender before and by the
+// receiver after a message has crossed a socket.
+class Crossings {
+ public:
+  void Sent(std::size_t number) {
+    came[number].store(0, std::memory_order_relaxed);
+    sent[number].store(WallNanoseconds(), std::memory_order_relaxed);
+  }
+  void Came(const std::uint8_t* note) {
+    came[note[1] | std::size_t{note[2]} << 7].store(WallNanoseconds(), std::memory_order_release);
+  }
+  double Microseconds(std::size_t number) {
+    Await("a timed message", [&] { return came[number].load(std::memory_order_acquire) != 0; });
+    return static_cast<double>(came[number] - sent[number]) / 1000;
+  }
+
+ private:
+  std::array<std::atomic<std::int64_t>, kNumbers> sent{};
+  std::array<std::atomic<std::int64_t>, kNumbers> came{};
+};
+
+Crossings crossings;
+
+struct AtDriver final : ArrivalListener {
+  void Arrived(const std::uint8_t* data, std::uint32_t) override {
+    if (data[0] == kTimed) crossings.Came(data);
+  }
+};
+
+// A thread that waits for frames in plain receives and looks for timed notes. `otherEnd` of the
+// connection is where its end comes from.
+class Receiver {
+ public:
+  Receiver(int socketToRead, int otherEndOfIt)
+      : socket(socketToRead), otherEnd(otherEndOfIt), thread([this] { Run(); }) {}
+  ~Receiver() {
+    done = true;
+    const auto last = TimingFrame();
+    WriteAll(otherEnd, last.data(), last.size());
+    thread.join();
+  }
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
+
+ private:
+  void Run() {
+    std::vector<char> buffer(1 << 18);
+    std::size_t end = 0;
+    while (!done) {
+      const ssize_t count = recv(socket, buffer.data() + end, buffer.size() - end, 0);
+      if (count <= 0) return;
+      end += static_cast<std::size_t>(count);
+      end = TakeFrames(buffer, end);
+    }
+  }
+
+  // Moves what is left to the front; its size.
+  static std::size_t TakeFrames(std::vector<char>& buffer, std::size_t end) {
+    std::size_t begin = 0;
+    while (end - begin >= 12) {
+      const std::size_t size = 12 + ReadBigEndian32(buffer.data() + begin);
+      if (end - begin < size) break;
+      begin += size;
+      const auto* const note = reinterpret_cast<const std::uint8_t*>(buffer.data()) + begin - 4;
+      if (*note == kTimed) crossings.Came(note);
+    }
+    std::copy(buffer.begin() + static_cast<std::ptrdiff_t>(begin),
+              buffer.begin() + static_cast<std::ptrdiff_t>(end), buffer.begin());
+    return end - begin;
+  }
+
+  const int socket;
+  const int otherEnd;
+  std::atomic<bool> done{false};
+  std::thread thread;
+};
+
+// Devices 1 to 8 send 1,000 messages a second each, evenly spread, for as long as it lives.
+class Streams {
+ public:
+  Streams(const Bridge& bridge, const std::vector<std::vector<char>>& frames)
+      : thread([this, &bridge, &frames] {
+          prctl(PR_SET_TIMERSLACK, 1);
+          auto next = std::chrono::steady_clock::now();
+          for (std::size_t i = 0; !done; ++i) {
+            std::this_thread::sleep_until(next += std::chrono::milliseconds(1) / kOthers);
+            const auto& frame = frames[i % kOthers];
+            WriteAll(bridge.Link(1 + i % kOthers).device, frame.data(), frame.size());
+          }
+        }) {}
+  ~Streams() {
+    done = true;
+    thread.join();
+  }
+  Streams(const Streams&) = delete;
+  Streams& operator=(const Streams&) = delete;
+
+ private:
+  std::atomic<bool> done{false};
+  std::thread thread;
+};
+
+std::vector<std::uint8_t> TimedNote(std::size_t number) {
+  return {kTimed, static_cast<std::uint8_t>(number & 0x7F), static_cast<std::uint8_t>(number >> 7)};
+}
+
+// Sends a timed note in a frame that is made before the clock is read.
+void SendTimed(int socket, const MidiAddress& address, std::size_t number) {
+  const auto frame = MidiFrame(address, TimedNote(number));
+  crossings.Sent(number);
+  WriteAll(socket, frame.data(), frame.size());
+}
+
+// One direction, ours and bare; both send the note of that number and the same bytes. For the time
+// of a phase a receiver waits at `receiver`, whose other end is `sender`.
+struct Way {
+  std::string name;
+  std::function<void(std::size_t)> ours;
+  std::function<void(std::size_t)> bare;
+  int receiver;
+  int sender;
+};
+
+// What else goes on while messages are timed.
+struct Condition {
+  std::string name;
+  std::function<void()> begin;
+  std::function<void()> end;
+};
+
+// Alternates, so that whatever else the machine does meets both.
+void PlayPairs(const Way& way, Result& result) {
+  constexpr std::size_t kMessages = 2 * (kWarmUpPairs + kPairs);
+  auto next = std::chrono::steady_clock::now();
+  for (std::size_t i = 0; i < kMessages; ++i) {
+    std::this_thread::sleep_until(next += kBetween);
+    (i % 2 == 0 ? way.ours : way.bare)(i);
+  }
+  for (std::size_t i = 0; i < kMessages; ++i) {
+    const double took = crossings.Microseconds(i);
+    if (i >= 2 * kWarmUpPairs) (i % 2 == 0 ? result.ours : result.limit).push_back(took);
+  }
+}
+
+class Scene {
+ public:
+  Scene() {
+    bridge.Attach(kSysexDevice + 1);
+    bridge.PublishSource(0, source);
+    for (std::size_t i = 1; i <= kOthers; ++i) {
+      const MidiAddress port{"Port no. " + std::to_string(i), static_cast<std::int32_t>(100 + i)};
+      bridge.PublishSource(i, port);
+      toPorts.push_back(MidiFrame(port, MidiOf(3)));
+      toOutput.push_back(MidiFrame({kOutput, bridge.OutputId()}, MidiOf(3)));
+    }
+    arrivalListener = &atDriver;
+  }
+
+  void Measure() {
+    const auto ways = Ways();
+    const auto conditions = Conditions();
+    std::vector<Result> results(ways.size() * conditions.size());
+    for (int phase = 0; phase < kPhases; ++phase) {
+      auto result = results.begin();
+      for (const Condition& condition : conditions) {
+        for (const Way& way : ways) {
+          result->measure = way.name + ", " + condition.name;
+          const Receiver receiver(way.receiver, way.sender);
+          condition.begin();
+          PlayPairs(way, *result++);
+          condition.end();
+          bridge.DrainAll();
+        }
+      }
+    }
+    for (Result& result : results) {
+      result.unit = "us";
+      Tell(result);
+    }
+  }
+
+ private:
+  std::vector<Way> Ways() {
+    const Loopback device = bridge.Link(0);
+    return {{"device to driver",
+             [this, device](std::size_t number) { SendTimed(device.device, source, number); },
+             [this](std::size_t number) { SendTimed(bareLink.device, source, number); },
+             bareLink.library, bareLink.device},
+            {"input to device",
+             [](std::size_t number) {
+               const auto note = TimedNote(number);
+               crossings.Sent(number);
+               PlayShort(note[0] | std::uint32_t{note[1]} << 8 | std::uint32_t{note[2]} << 16);
+             },
+             [this, device](std::size_t number) { SendTimed(device.library, keys, number); },
+             device.device, device.library}};
+  }
+
+  std::vector<Condition> Conditions() {
+    const auto quiet = [this] { streams.reset(); };
+    return {{"alone", [] {}, [] {}},
+            {"8 devices stream to an output",
+             [this] { streams = std::make_unique<Streams>(bridge, toOutput); }, quiet},
+            {"8 devices stream to their ports",
+             [this] { streams = std::make_unique<Streams>(bridge, toPorts); }, quiet},
+            {"64 KB to a slow output",
+             [this] { WriteAll(bridge.Link(kSysexDevice).device, sysex.data(), sysex.size()); },
+             [this] {
+               EndSlowBlock();
+               bridge.Flush(kSysexDevice);
+             }}};
+  }
+
+  Bridge bridge{kSysexDevice + 1, Buffers::large};
+  const Loopback bareLink = MakeLoopback(Buffers::large);
+  const MidiAddress source{"Bench source", 77};
+  const MidiAddress keys{kKeys, bridge.KeysId()};
+  const std::vector<char> sysex = MidiFrame({kSlowOutput, bridge.SlowOutputId()}, MidiOf(65536));
+  std::vector<std::vector<char>> toOutput;
+  std::vector<std::vector<char>> toPorts;
+  AtDriver atDriver;
+  std::unique_ptr<Streams> streams;
+};
+
+}  // namespace
+
+void MeasureLatency() {
+  prctl(PR_SET_TIMERSLACK, 1);
+  Scene scene;
+  scene.Measure();
+}
+
+}  // namespace corvalint::bench
