@@ -3,9 +3,6 @@
 // threads get their turn. After each step everything that can be seen is compared with a model
 // (support/device_model.h).
 
-#include <osc/OscException.h>
-
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
@@ -13,16 +10,18 @@
 
 #include "fuzz/support/bench_server.h"
 #include "fuzz/support/check.h"
+#include "fuzz/support/compare_devices.h"
 #include "fuzz/support/desk_midi.h"
 #include "fuzz/support/device_model.h"
+#include "fuzz/support/device_values.h"
 #include "fuzz/support/inline_threads.h"
 #include "fuzz/support/input.h"
+#include "fuzz/support/listed_device.h"
 #include "fuzz/support/osc_build.h"
 #include "fuzz/support/port_driver.h"
 #include "fuzz/support/quiet.h"
 #include "fuzz/support/wire.h"
 #include "ports/leaving_udp_ports.h"
-#include "protocol/base_client_thread.h"
 #include "winmidi/midi_link_controller.h"
 
 namespace corvalint::fuzz {
@@ -31,84 +30,6 @@ namespace {
 
 constexpr int kMostSteps = 100;
 constexpr int kDeepest = 6;  // ports that wait at once
-
-// A client whose frames end in a list.
-class Device final : public BaseClientThread {
- public:
-  using BaseClientThread::BaseClientThread;
-  ~Device() override = default;
-
-  int SendFramed(const void* data, std::uint32_t size) override {
-    packets.emplace_back(static_cast<const char*>(data), size);
-    return static_cast<int>(size);
-  }
-  LocalOSCPortTable& OscPorts() { return *localPorts; }
-
-  std::vector<std::string> packets;
-};
-
-const std::array<std::string, 16> kNames = {"Piano",
-                                            "Organ",
-                                            "Synth",
-                                            "",
-                                            "piano",
-                                            std::string(31, 'a'),
-                                            std::string(32, 'a'),
-                                            std::string(29, 'a') + "..",
-                                            std::string(40, 'a'),
-                                            "\xC4\xF6\x80",
-                                            std::string(4059, 'n'),
-                                            std::string(4060, 'n'),
-                                            std::string(4063, 'n'),
-                                            std::string(4064, 'n'),
-                                            std::string(4067, 'n'),
-                                            std::string(4068, 'n')};
-constexpr std::array<std::int32_t, 8> kIds = {1, 2, 3, 7, 0, -1, 2147483647, -2147483647 - 1};
-const std::array<std::string, 8> kHosts = {"127.0.0.1",
-                                           "127.0.0.1900",
-                                           "10.1.2.3",
-                                           "",
-                                           "nonsense",
-                                           "127.0.0.1-",
-                                           std::string(4055, '1'),
-                                           std::string(4056, '1')};
-constexpr std::array<std::int32_t, 8> kUdpPorts = {9000, 0, 9001, 9000 + 65536, -1, 5, 1, 65535};
-constexpr std::array<const char*, 11> kAddresses = {"/midi",
-                                                    "/init_timing",
-                                                    "/update_timing",
-                                                    "/add_remote_source",
-                                                    "/add_remote_destination",
-                                                    "/remove_remote_source",
-                                                    "/remove_remote_destination",
-                                                    "/osc/create_port",
-                                                    "/osc/remove_port",
-                                                    "/osc/port_creation_report",
-                                                    "/osc"};
-
-std::string TakeName(Input& input) {
-  const std::uint8_t choice = input.Byte();
-  if (choice < kNames.size()) return kNames[choice];
-  const std::string_view bytes = input.Bytes(choice & 63);
-  return std::string(bytes.substr(0, bytes.find('\0')));
-}
-
-std::int32_t TakeId(Input& input) {
-  const std::uint8_t choice = input.Byte();
-  return choice < 250 ? kIds[choice % kIds.size()] : input.Int32();
-}
-
-std::int32_t TakeUdpPort(Input& input) {
-  const std::uint8_t choice = input.Byte();
-  return choice < 240 ? kUdpPorts[choice % kUdpPorts.size()] : input.Int32();
-}
-
-std::string TakeHost(Input& input) { return kHosts[input.Byte() % kHosts.size()]; }
-
-// Host time of a number of ticks: nanoseconds, of which the library keeps the low 64 bits of a
-// product.
-std::int64_t HostTime(std::int64_t ticks) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(ticks) * 1000000000u) / 10000000;
-}
 
 class Desk {
  public:
@@ -408,7 +329,7 @@ class Desk {
   // A message with no arguments, or with one that no message begins with.
   void Wrong(std::size_t device) {
     const std::uint8_t choice = input->Byte();
-    OscBuilder message(kAddresses[choice % kAddresses.size()]);
+    OscBuilder message(AddressOf(choice));
     const bool hasArgument = choice >= 128;
     if (hasArgument) message.Float(1.5f);
     model->effects.console += std::string("Error parsing message: ") +
@@ -443,54 +364,11 @@ class Desk {
       CompareOscPorts(devices[i]->OscPorts(), model->devices[i].oscPorts);
     }
     for (std::size_t i = 0; i < kManagers; ++i) ComparePublished(*managers[i], model->managers[i]);
-    Check(driver.OpenNames() == model->OpenPortNames(), "ports at the driver");
-    Check(driver.sent.size() == expected.toPorts.size(), "blocks for published ports");
-    for (std::size_t i = 0; i < driver.sent.size(); ++i) {
-      Check(driver.sent[i].port == expected.toPorts[i].port, "published port of a block");
-      CheckSame(driver.sent[i].bytes, expected.toPorts[i].bytes, "bytes for a published port");
-    }
+    ComparePorts(driver, *model);
     Check(midi.sent == expected.toOutputs, "bytes for the desktop's outputs");
     Check(wire.datagramsSent == expected.datagrams, "datagrams sent");
     server.CheckLocks();
     Clear();
-  }
-
-  static void ComparePackets(const std::vector<std::string>& found,
-                             const std::vector<std::string>& expected) {
-    for (std::size_t i = 0; i < std::min(found.size(), expected.size()); ++i) {
-      CheckSame(found[i], expected[i], "packet for a device");
-    }
-    Check(found.size() >= expected.size(), "a packet that a device did not get");
-    Check(found.size() <= expected.size(), "a packet that a device should not get");
-  }
-
-  static void CompareOscPorts(LocalOSCPortTable& table,
-                              const std::vector<std::shared_ptr<ModelOscPort>>& expected) {
-    Check(table.Count() == expected.size(), "number of loopback ports");
-    for (const auto& port : expected) {
-      const auto found = table.Find(port->destinationKey);
-      Check(found != nullptr, "a loopback port that is not there");
-      CheckSame(found->BindKey(), port->bindKey, "bind key");
-      Check(found->fresh == port->fresh, "fresh flag");
-      Check(found->reportedStatus == static_cast<std::uint32_t>(port->reported), "reported status");
-    }
-  }
-
-  static void ComparePublished(ExternalMidiManager& manager, const ModelManager& expected) {
-    const std::vector<PublishedEndpoint> found = manager.PublishedEndpoints();
-    std::size_t next = 0;
-    for (auto port = expected.ports.rbegin(); port != expected.ports.rend(); ++port) {
-      for (const bool isSource : {false, true}) {
-        const auto& record = isSource ? port->source : port->destination;
-        if (!record) continue;
-        Check(next < found.size(), "an endpoint that is not published");
-        const PublishedEndpoint& endpoint = found[next++];
-        Check((endpoint.kind == EndpointKind::source) == isSource, "kind of an endpoint");
-        CheckSame(endpoint.name, record->name, "name of an endpoint");
-        Check(endpoint.id == static_cast<std::uint32_t>(record->id), "id of an endpoint");
-      }
-    }
-    Check(next == found.size(), "an endpoint that should not be published");
   }
 
   Console& console = Quieten();

@@ -34,6 +34,10 @@ std::int64_t Mix(std::int64_t newer, std::int64_t older) {
 
 }  // namespace
 
+std::int64_t HostTime(std::int64_t ticks) {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(ticks) * 1000000000u) / 10000000;
+}
+
 bool ModelManager::HasName(const std::string& name) const {
   return std::any_of(ports.begin(), ports.end(), [&](const ModelPort& port) {
     return (port.source && port.source->name == name) ||

@@ -18,6 +18,10 @@ namespace corvalint::fuzz {
 inline constexpr std::size_t kDevices = 4;
 inline constexpr std::size_t kManagers = 3;
 
+// Host time of a number of ticks: nanoseconds, of which the library keeps the low 64 bits of a
+// product.
+std::int64_t HostTime(std::int64_t ticks);
+
 struct ModelRecord {
   std::string name;
   std::int32_t id;
