@@ -22,35 +22,68 @@ std::optional<Number> ParseNumber(std::string_view text) {
   return number;
 }
 
+constexpr int32_t kMostSeconds = 3600;
+
+bool IsOption(const std::string& argument) {
+  return argument.size() > 1 && argument[0] == '-' && !ParseInt32(argument);
+}
+
+bool* FlagOf(Options& options, const std::string& argument) {
+  if (argument == "--json") return &options.json;
+  if (argument == "--no-start") return &options.noStart;
+  if (argument == "--verbose") return &options.verbose;
+  if (argument == "--version") return &options.version;
+  if (argument == "--help" || argument == "-h") return &options.help;
+  return nullptr;
+}
+
+void TakeOption(Options& options, const std::string& argument) {
+  if (bool* flag = FlagOf(options, argument)) {
+    *flag = true;
+    return;
+  }
+  size_t equals = std::min(argument.find('='), argument.size());
+  std::string name = argument.substr(0, equals);
+  if (name != "--listen" && name != "--wait") {
+    options.error = "unknown option " + argument;
+    return;
+  }
+  std::optional<int32_t> seconds =
+      ParseInt32(std::string_view(argument).substr(std::min(equals + 1, argument.size())));
+  if (!seconds || *seconds < 0 || *seconds > kMostSeconds) {
+    options.error = name + " takes seconds, 0 to 3600, as in " + name + "=5";
+    return;
+  }
+  (name == "--listen" ? options.listenSeconds : options.waitSeconds) = *seconds;
+}
+
+// Options that do not go together.
+std::string Contradiction(const Options& options) {
+  if ((options.listenSeconds || options.waitSeconds) && options.command != "doctor") {
+    return "--listen and --wait go with doctor only";
+  }
+  if (!options.noStart) return {};
+  if (!options.json) return "--no-start goes with --json only";
+  if (!options.command.empty()) return "--no-start goes with no sub-command";
+  return {};
+}
+
 }  // namespace
 
 Options ParseOptions(const std::vector<std::string>& arguments) {
   Options options;
-  size_t index = 0;
-  for (; index < arguments.size() && arguments[index].starts_with("-"); ++index) {
-    const std::string& argument = arguments[index];
-    if (argument == "--json") {
-      options.json = true;
-    } else if (argument == "--no-start") {
-      options.noStart = true;
-    } else if (argument == "--verbose") {
-      options.verbose = true;
-    } else if (argument == "--help" || argument == "-h") {
-      options.help = true;
+  bool onlyWords = false;
+  for (const std::string& argument : arguments) {
+    if (!onlyWords && argument == "--") {
+      onlyWords = true;
+    } else if (!onlyWords && IsOption(argument)) {
+      if (options.error.empty() || argument == "--json") TakeOption(options, argument);
     } else {
-      options.error = "unknown option " + argument;
-      return options;
+      if (!options.command.empty()) options.command += ' ';
+      options.command += argument;
     }
   }
-  for (; index < arguments.size(); ++index) {
-    if (!options.command.empty()) options.command += ' ';
-    options.command += arguments[index];
-  }
-  if (options.json && !options.command.empty()) {
-    options.error = "--json reads its commands from standard input";
-  } else if (options.noStart && !options.json) {
-    options.error = "--no-start goes with --json only";
-  }
+  if (options.error.empty()) options.error = Contradiction(options);
   return options;
 }
 
@@ -58,6 +91,23 @@ Command ParseCommand(std::string_view line) {
   std::string_view trimmed = Trim(line);
   size_t end = std::min(trimmed.find_first_of(kBlanks), trimmed.size());
   return {std::string(trimmed.substr(0, end)), std::string(Trim(trimmed.substr(end)))};
+}
+
+std::string CommandProblem(const Command& command) {
+  const std::string& verb = command.verb;
+  if (verb.empty()) return {};
+  if (verb == "on" || verb == "off" || verb == "toggle") {
+    return command.rest.empty() ? verb + " needs an id or a name; list shows them" : std::string();
+  }
+  if (verb == "watch") {
+    if (command.rest.empty()) return {};
+    std::optional<int32_t> seconds = ParseInt32(command.rest);
+    return seconds && *seconds >= 0 ? std::string() : "watch takes a number of seconds";
+  }
+  bool known =
+      verb == "list" || verb == "clients" || verb == "doctor" || verb == "help" || verb == "quit";
+  if (!known) return "unknown command " + verb;
+  return command.rest.empty() ? std::string() : verb + " takes nothing after it";
 }
 
 std::vector<std::string> SplitWords(std::string_view text) {
@@ -78,8 +128,12 @@ Target ParseTarget(std::string_view rest) {
   Target target;
   Command command = ParseCommand(rest);
   target.text = std::string(Trim(rest));
-  if (!command.rest.empty() && (command.verb == "source" || command.verb == "destination")) {
-    target.side = command.verb == "source" ? SideFilter::kSources : SideFilter::kDestinations;
+  SideFilter side = SideFilter::kAny;
+  if (command.verb == "source") side = SideFilter::kSources;
+  if (command.verb == "destination") side = SideFilter::kDestinations;
+  if (command.verb == "both") side = SideFilter::kBoth;
+  if (!command.rest.empty() && side != SideFilter::kAny) {
+    target.side = side;
     target.text = command.rest;
   }
   std::string& text = target.text;

@@ -14,11 +14,16 @@ struct Options {
   bool noStart = false;
   bool verbose = false;
   bool help = false;
-  std::string command;  // The words after the options, joined by blanks; empty: read from stdin.
+  bool version = false;
+  // Of the doctor only: seconds for which it listens for MIDI, and at most waits for a device.
+  std::optional<int32_t> listenSeconds;
+  std::optional<int32_t> waitSeconds;
+  std::string command;  // The words that are no options, joined by blanks; empty: read from stdin.
   std::string error;    // Not empty: the command line makes no sense, and why.
 };
 
-// Reads the arguments after the program's name. Options stand before the command.
+// Reads the arguments after the program's name. Options stand anywhere; what follows "--" are
+// words, and so is a number with its minus sign. With an error `json` still tells how to answer.
 Options ParseOptions(const std::vector<std::string>& arguments);
 
 // A command line taken apart: its first word and what follows, both without outer blanks.
@@ -29,6 +34,10 @@ struct Command {
 
 Command ParseCommand(std::string_view line);
 
+// Why the command makes no sense, whatever endpoints there are: an unknown word, too many or too
+// few of them, a number that is none. Empty if it makes sense, and for an empty command.
+std::string CommandProblem(const Command& command);
+
 // The words of a text, separated by blanks or tabs.
 std::vector<std::string> SplitWords(std::string_view text);
 
@@ -37,12 +46,12 @@ std::vector<std::string> SplitWords(std::string_view text);
 std::optional<int32_t> ParseInt32(std::string_view text);
 std::optional<int64_t> ParseInt64(std::string_view text);
 
-enum class SideFilter { kBoth, kSources, kDestinations };
+enum class SideFilter { kAny, kBoth, kSources, kDestinations };
 
 // Which endpoints a person means: `12`, `USB Keyboard`, `"USB Keyboard"`, `source 12`,
-// `destination USB Keyboard`.
+// `destination USB Keyboard`, `both USB Keyboard`.
 struct Target {
-  SideFilter side = SideFilter::kBoth;
+  SideFilter side = SideFilter::kAny;
   std::string text;  // An id or a name, without quotes.
 };
 

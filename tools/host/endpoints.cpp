@@ -49,14 +49,25 @@ const Endpoint* FindId(const std::vector<Endpoint>& endpoints, int32_t id) {
   return found == endpoints.end() ? nullptr : &*found;
 }
 
-void FormatSide(std::string& text, const char* title, const std::vector<Endpoint>& endpoints) {
+// The columns before the name in the wide table.
+constexpr int kBeforeName = 33;
+constexpr int kNameInTable = 15;
+
+void FormatSide(std::string& text, const char* title, const std::vector<Endpoint>& endpoints,
+                bool narrow) {
   text += title;
   text += endpoints.empty() ? ": none\n" : "\n";
   for (const Endpoint& endpoint : endpoints) {
     char columns[64];
-    std::snprintf(columns, sizeof columns, "  %11d  %-3s  %-11s  ", endpoint.id,
-                  endpoint.on ? "on" : "off", endpoint.available ? "available" : "unavailable");
-    text += columns + endpoint.name + "\n";
+    if (narrow) {
+      std::snprintf(columns, sizeof columns, "  %d %s%s", endpoint.id, endpoint.on ? "on" : "off",
+                    endpoint.available ? "" : " !");
+      text += " " + endpoint.name + "\n" + columns + "\n";
+    } else {
+      std::snprintf(columns, sizeof columns, "  %11d  %-3s  %-11s  ", endpoint.id,
+                    endpoint.on ? "on" : "off", endpoint.available ? "available" : "unavailable");
+      text += columns + endpoint.name + "\n";
+    }
   }
 }
 
@@ -87,30 +98,38 @@ std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std:
   return found;
 }
 
-std::vector<std::string> DescribeChanges(std::string_view side, const std::vector<Endpoint>& before,
-                                         const std::vector<Endpoint>& after) {
-  std::vector<std::string> lines;
-  auto say = [&](const Endpoint& endpoint, const char* what) {
-    lines.push_back(std::string(side) + " \"" + endpoint.name + "\" " + what);
+void AddChanges(std::vector<Change>& changes, std::string_view side,
+                const std::vector<Endpoint>& before, const std::vector<Endpoint>& after) {
+  auto add = [&](ChangeKind kind, const Endpoint& endpoint) {
+    changes.push_back({kind, std::string(side), endpoint});
   };
   for (const Endpoint& old : before) {
-    if (FindId(after, old.id) == nullptr) say(old, "went");
+    if (FindId(after, old.id) == nullptr) add(ChangeKind::kWent, old);
   }
   for (const Endpoint& now : after) {
     const Endpoint* old = FindId(before, now.id);
-    if (old == nullptr) say(now, "came");
-    if (now.on != (old != nullptr && old->on)) say(now, now.on ? "is on" : "is off");
+    if (old == nullptr) add(ChangeKind::kCame, now);
+    if (now.on != (old != nullptr && old->on)) {
+      add(now.on ? ChangeKind::kOn : ChangeKind::kOff, now);
+    }
     if (now.available != (old == nullptr || old->available)) {
-      say(now, now.available ? "is available again" : "could not be opened");
+      add(now.available ? ChangeKind::kAvailable : ChangeKind::kUnavailable, now);
     }
   }
-  return lines;
 }
 
-std::string FormatListing(const Listing& listing) {
+std::string ChangeText(const Change& change) {
+  static const char* const kTexts[] = {
+      "came", "went", "is on", "is off", "is available again", "could not be opened"};
+  return change.side + " \"" + change.endpoint.name + "\" " +
+         kTexts[static_cast<size_t>(change.kind)];
+}
+
+std::string FormatListing(const Listing& listing, int columns) {
+  bool narrow = columns > 0 && columns < kBeforeName + kNameInTable;
   std::string text;
-  FormatSide(text, "Sources", listing.sources);
-  FormatSide(text, "Destinations", listing.destinations);
+  FormatSide(text, "Sources", listing.sources, narrow);
+  FormatSide(text, "Destinations", listing.destinations, narrow);
   return text;
 }
 

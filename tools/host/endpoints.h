@@ -37,11 +37,24 @@ Listing ReadListing(const Wrapper& wrapper, const System& system);
 // those with exactly that name.
 std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std::string_view text);
 
-// One line for each difference, such as `source "Keys" is on`, without line ends.
-std::vector<std::string> DescribeChanges(std::string_view side, const std::vector<Endpoint>& before,
-                                         const std::vector<Endpoint>& after);
+enum class ChangeKind { kCame, kWent, kOn, kOff, kAvailable, kUnavailable };
 
-// A table of both lists for a person, each line with its line end.
-std::string FormatListing(const Listing& listing);
+// One difference between two looks at a list.
+struct Change {
+  ChangeKind kind = ChangeKind::kCame;
+  std::string side;  // "source" or "destination"
+  Endpoint endpoint;
+};
+
+// Adds the differences between two looks at one list, departures first.
+void AddChanges(std::vector<Change>& changes, std::string_view side,
+                const std::vector<Endpoint>& before, const std::vector<Endpoint>& after);
+
+// `source "Keys" is on` and the like, without a line end.
+std::string ChangeText(const Change& change);
+
+// A table of both lists, each line with its line end. `columns` is the width of the terminal, 0 for
+// no limit; in a narrow one each endpoint takes two lines, and no name is cut.
+std::string FormatListing(const Listing& listing, int columns);
 
 }  // namespace corvalint::host

@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "host/commands.h"
+#include "host/documents.h"
+#include "host/exit_codes.h"
+#include "host/help.h"
 #include "host/json.h"
 #include "host/person.h"
 #include "host/script.h"
@@ -16,77 +19,124 @@
 namespace corvalint::host {
 namespace {
 
-constexpr int kExitDone = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
+// Nobody takes what this program writes.
+struct OutputGone {};
 
-// Standard output belongs to the library in this mode, so the answers go to standard error, each
-// with one call, so that a line is never torn.
+void Write(std::FILE* file, const std::string& text) {
+  if (std::fputs(text.c_str(), file) < 0 || std::fflush(file) != 0) throw OutputGone();
+}
+
+void WriteComplaint(const std::string& text) {
+  std::fprintf(stderr, "corvalint-host: %s\n", text.c_str());
+}
+
+// Standard output belongs to the library in the script mode, so the answers go to standard error,
+// each with one call, so that a line is never torn.
 void WriteAnswer(const std::string& json) {
   std::string line = json + "\n";
-  _write(2, line.data(), static_cast<unsigned int>(line.size()));
+  int size = static_cast<int>(line.size());
+  if (_write(2, line.data(), static_cast<unsigned int>(size)) != size) throw OutputGone();
 }
 
-int RunScript(const Wrapper& wrapper, const System& system, const Options& options) {
-  Script script(wrapper, system);
-  if (!options.noStart) script.Start();
-  WriteAnswer(script.ReadyLine());
-  while (!script.Finished()) {
+int RunScript(const Options& options) {
+  _setmode(2, _O_BINARY);
+  try {
+    Wrapper wrapper = LoadWrapper();
+    System system = MakeSystem();
+    Script script(wrapper, system);
+    if (!options.noStart) script.Start();
+    WriteAnswer(script.ReadyLine());
+    while (!script.Finished()) {
+      std::optional<std::string> line = ReadInputLine();
+      if (!line) break;
+      WriteAnswer(script.Answer(*line));
+    }
+    return kExitDone;
+  } catch (const NoLibrary& failure) {
+    WriteAnswer(JsonObject().String("error", failure.what()).Text());
+    return kExitNoLibrary;
+  }
+}
+
+int ReadCommands(Person& person, const Output& output) {
+  bool typed = InputIsConsole();
+  if (typed) output.print("The bridge is running. `help` names the commands.\n");
+  int code = kExitDone;
+  while (!person.Finished()) {
+    if (typed) output.print("> ");
     std::optional<std::string> line = ReadInputLine();
     if (!line) break;
-    WriteAnswer(script.Answer(*line));
+    int lineCode = person.Do(*line);
+    if (code == kExitDone) code = lineCode;
   }
-  return kExitDone;
+  return typed ? kExitDone : code;
 }
 
-int RunPerson(const Wrapper& wrapper, const System& system, const Options& options) {
-  std::FILE* output = SeparateOutput(options.verbose);
-  if (output == nullptr) {
-    std::fputs("corvalint-host: standard output cannot be used\n", stderr);
+int RunPerson(const Options& options, std::FILE* file, const Output& output) {
+  Wrapper wrapper = LoadWrapper();
+  System system = MakeSystem();
+  system.columns = [file] { return TerminalColumns(file); };
+  Utf8Console console;
+  Person person(wrapper, system, output);
+  person.Start();
+  if (!options.command.empty()) return person.DoAndStay(options.command);
+  return ReadCommands(person, output);
+}
+
+Output MakeOutput(std::FILE* file, bool json) {
+  Output output;
+  output.json = json;
+  output.print = [file](const std::string& text) { Write(file, text); };
+  output.complain = [file, json](int exitCode, const std::string& text) {
+    if (json) {
+      Write(file, ErrorDocument(exitCode, text) + "\n");
+    } else {
+      WriteComplaint(text);
+    }
+  };
+  return output;
+}
+
+int RunSubCommand(const Options& options) {
+  std::FILE* file = SeparateOutput(options.verbose, options.json);
+  if (file == nullptr) throw OutputGone();
+  Output output = MakeOutput(file, options.json);
+  try {
+    return RunPerson(options, file, output);
+  } catch (const NoLibrary& failure) {
+    output.complain(kExitNoLibrary, failure.what());
+    return kExitNoLibrary;
+  } catch (const std::exception& failure) {
+    output.complain(kExitFailed, failure.what());
     return kExitFailed;
   }
-  auto print = [output](const std::string& text) {
-    std::fputs(text.c_str(), output);
-    std::fflush(output);
-  };
-  Utf8Console console;
-  Person person(wrapper, system, print);
-  person.Start();
-  if (!options.command.empty()) return person.DoAndStay(options.command) ? kExitDone : kExitFailed;
-  bool typed = InputIsConsole();
-  if (typed) print("The bridge is running. `help` names the commands.\n");
-  bool allDone = true;
-  while (!person.Finished()) {
-    if (typed) print("> ");
-    std::optional<std::string> line = ReadInputLine();
-    if (!line) break;
-    allDone = person.Do(*line) && allDone;
+}
+
+int RunOptions(const Options& options) {
+  std::string problem = options.error;
+  Command command = ParseCommand(options.command);
+  if (problem.empty() && !options.help && !options.version) problem = CommandProblem(command);
+  if (!problem.empty()) {
+    MakeOutput(stdout, options.json).complain(kExitUsage, problem + "; --help says more");
+    return kExitUsage;
   }
-  return typed || allDone ? kExitDone : kExitFailed;
+  if (options.help || command.verb == "help") {
+    Write(stdout, HelpText());
+    return kExitDone;
+  }
+  if (options.version) {
+    Write(stdout, "corvalint-host " CORVALINT_VERSION "\n");
+    return kExitDone;
+  }
+  return options.json && command.verb.empty() ? RunScript(options) : RunSubCommand(options);
 }
 
 int Run(const std::vector<std::string>& arguments) {
-  Options options = ParseOptions(arguments);
-  if (!options.error.empty()) {
-    std::fprintf(stderr, "corvalint-host: %s; --help says more\n", options.error.c_str());
-    return kExitUsage;
-  }
-  if (options.help) {
-    std::fputs(HelpText().c_str(), stdout);
-    return kExitDone;
-  }
-  if (options.json) _setmode(2, _O_BINARY);
   try {
-    System system = MakeSystem();
-    Wrapper wrapper = LoadWrapper();
-    return options.json ? RunScript(wrapper, system, options) : RunPerson(wrapper, system, options);
-  } catch (const std::exception& failure) {
-    if (options.json) {
-      WriteAnswer(JsonObject().String("error", failure.what()).Text());
-    } else {
-      std::fprintf(stderr, "corvalint-host: %s\n", failure.what());
-    }
-    return kExitFailed;
+    return RunOptions(ParseOptions(arguments));
+  } catch (const OutputGone&) {
+    WriteComplaint("nobody takes the output");
+    return kExitNoOutput;
   }
 }
 

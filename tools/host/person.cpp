@@ -1,11 +1,14 @@
 #include "host/person.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
-#include <exception>
 #include <optional>
+#include <stdexcept>
 
-#include "host/commands.h"
+#include "host/documents.h"
+#include "host/exit_codes.h"
+#include "host/help.h"
 
 namespace corvalint::host {
 namespace {
@@ -20,33 +23,22 @@ int64_t CountEndpoints(const Wrapper& wrapper) {
   return wrapper.sources.count() + wrapper.destinations.count();
 }
 
-std::string ClientsText(unsigned int clients) {
-  return std::to_string(clients) + (clients == 1 ? " device" : " devices") + " connected";
+std::string DevicesText(unsigned int devices) {
+  return std::to_string(devices) + (devices == 1 ? " device" : " devices") + " connected";
 }
+
+std::string LocalTime(const char* format) {
+  std::time_t now = std::time(nullptr);
+  char time[32] = "";
+  if (const std::tm* local = std::localtime(&now)) std::strftime(time, sizeof time, format, local);
+  return time;
+}
+
+std::string TimeOfDay() { return LocalTime("%H:%M:%S"); }
+
+std::string DateAndTime() { return LocalTime("%Y-%m-%dT%H:%M:%S"); }
 
 }  // namespace
-
-std::string HelpText() {
-  return "corvalint-host [--verbose] [COMMAND]   does the command, or asks for commands\n"
-         "corvalint-host --json [--no-start]     is driven by a script, see tools/host/README.md\n"
-         "corvalint-host --help\n"
-         "\n"
-         "Commands:\n"
-         "  list             MIDI sources (inputs) and destinations (outputs) of this machine:\n"
-         "                   id, on or off, availability, name\n"
-         "  on ID|NAME       switches on; as COMMAND it stays and watches, since what is on\n"
-         "                   goes off when this program ends\n"
-         "  off ID|NAME      switches off\n"
-         "  toggle ID|NAME   switches the other way; as COMMAND it stays and watches\n"
-         "  watch [SECONDS]  says what changes, until the time is over or Ctrl-C\n"
-         "  clients          how many iOS devices are connected\n"
-         "  help             this text\n"
-         "  quit             ends the program, and with it the bridge\n"
-         "\n"
-         "A NAME that a source and a destination share means both; write `source NAME` or\n"
-         "`destination NAME` for one. Ids are new in each run.\n"
-         "--verbose sends the library's own lines, otherwise not shown, to standard error.\n";
-}
 
 void Person::Start() {
   wrapper.start();
@@ -60,121 +52,130 @@ void Person::Start() {
   }
 }
 
-bool Person::Do(std::string_view line) {
+int Person::Do(std::string_view line) {
   Command command = ParseCommand(line);
+  std::string problem = CommandProblem(command);
+  if (!problem.empty()) return Fail(kExitUsage, problem + "; help says more");
   try {
-    return Dispatch(command.verb, command.rest);
-  } catch (const std::exception& failure) {
+    return Dispatch(command);
+  } catch (const std::out_of_range& failure) {
     // A device that keeps coming and going can defeat a walk through the lists.
-    print(std::string("That failed: ") + failure.what() + "\n");
-    return false;
+    return Fail(kExitFailed, std::string("that failed: ") + failure.what());
   }
 }
 
-bool Person::DoAndStay(std::string_view line) {
-  if (!Do(line)) return false;
+int Person::DoAndStay(std::string_view line) {
+  int code = Do(line);
+  if (code != kExitDone) return code;
   std::string verb = ParseCommand(line).verb;
-  if (verb != "on" && verb != "toggle") return true;
-  print("Ctrl-C ends the bridge.\n");
+  if (verb != "on" && verb != "toggle") return kExitDone;
+  if (!output.json) output.print("Ctrl-C ends the bridge.\n");
   return Do("watch");
 }
 
-bool Person::Dispatch(const std::string& verb, const std::string& rest) {
-  if (verb.empty()) return true;
-  if (verb == "on" || verb == "off" || verb == "toggle") return Switch(verb, rest);
-  if (verb == "watch") return Watch(rest);
-  bool known = verb == "list" || verb == "clients" || verb == "help" || verb == "quit";
-  if (!known) {
-    print("There is no command " + verb + "; `help` names them all.\n");
-    return false;
-  }
-  if (!rest.empty()) {
-    print(verb + " takes nothing after it.\n");
-    return false;
-  }
-  if (verb == "list") print(FormatListing(ReadListing(wrapper, system)));
-  if (verb == "clients") print(ClientsText(wrapper.usbClients()) + "\n");
-  if (verb == "help") print(HelpText());
+int Person::Dispatch(const Command& command) {
+  const std::string& verb = command.verb;
+  if (verb == "on" || verb == "off" || verb == "toggle") return Switch(verb, command.rest);
+  if (verb == "watch") Watch(command.rest);
+  if (verb == "list") List();
+  if (verb == "clients") TellDevices(wrapper.usbClients());
+  if (verb == "help") output.print(CommandsText());
+  if (verb == "doctor") return Fail(kExitUsage, "doctor starts the bridge itself: end this first");
   finished = verb == "quit";
-  return true;
+  return kExitDone;
 }
 
-bool Person::Switch(const std::string& verb, const std::string& rest) {
-  if (rest.empty()) {
-    print(verb + " needs an id or a name; `list` shows them.\n");
-    return false;
-  }
+void Person::List() {
+  Listing listing = ReadListing(wrapper, system);
+  output.print(output.json ? ListDocument(listing, wrapper.usbClients()) + "\n"
+                           : FormatListing(listing, system.columns()));
+}
+
+int Person::Switch(const std::string& verb, const std::string& rest) {
   Target target = ParseTarget(rest);
   Listing listing = ReadListing(wrapper, system);
-  bool done = true;
-  size_t count = 0;
-  auto switchAll = [&](const SideCalls& calls, const char* side,
-                       const std::vector<Endpoint>& endpoints) {
-    for (const Endpoint& endpoint : FindEndpoints(endpoints, target.text)) {
-      ++count;
-      if (!SwitchOne(calls, side, endpoint, verb)) done = false;
-    }
-  };
+  std::vector<Endpoint> sources;
+  std::vector<Endpoint> destinations;
   if (target.side != SideFilter::kDestinations) {
-    switchAll(wrapper.sources, "source", listing.sources);
+    sources = FindEndpoints(listing.sources, target.text);
   }
   if (target.side != SideFilter::kSources) {
-    switchAll(wrapper.destinations, "destination", listing.destinations);
+    destinations = FindEndpoints(listing.destinations, target.text);
   }
-  if (count == 0) print("No endpoint has the id or name " + target.text + ".\n");
-  return done && count > 0;
+  if (sources.empty() && destinations.empty()) {
+    return Fail(kExitNoEndpoint, "no endpoint has the id or name " + target.text);
+  }
+  bool asked = target.side == SideFilter::kAny;
+  if (sources.size() > 1 || destinations.size() > 1) {
+    return Fail(kExitAmbiguous, "several endpoints are called " + target.text + ": use an id");
+  }
+  if (asked && !sources.empty() && !destinations.empty()) {
+    return Fail(kExitAmbiguous, target.text + " is a source and a destination: write " + verb +
+                                    " source, " + verb + " destination or " + verb +
+                                    " both before it");
+  }
+  int code = kExitDone;
+  if (!sources.empty()) code = SwitchOne(true, sources.front(), verb);
+  if (!destinations.empty()) code = std::max(code, SwitchOne(false, destinations.front(), verb));
+  return code;
 }
 
-bool Person::SwitchOne(const SideCalls& calls, std::string_view side, const Endpoint& endpoint,
-                       const std::string& verb) {
+int Person::SwitchOne(bool isSource, const Endpoint& endpoint, const std::string& verb) {
+  const SideCalls& calls = isSource ? wrapper.sources : wrapper.destinations;
+  std::string side = isSource ? "source" : "destination";
   bool wanted = verb == "toggle" ? !endpoint.on : verb == "on";
   if (endpoint.on != wanted) calls.toggle(static_cast<unsigned int>(endpoint.id));
   bool on = calls.status(endpoint.id) != 0;
-  std::string result = on ? " is on" : " is off";
-  if (on != wanted) result = wanted ? " could not be opened" : " could not be switched off";
-  print(std::string(side) + " \"" + endpoint.name + "\"" + result + "\n");
-  return on == wanted;
+  std::string quoted = side + " \"" + endpoint.name + "\"";
+  if (on != wanted) {
+    return Fail(kExitFailed,
+                quoted + (wanted ? " could not be opened" : " could not be switched off"));
+  }
+  output.print(output.json ? SwitchedDocument(side, endpoint, on) + "\n"
+                           : quoted + (on ? " is on\n" : " is off\n"));
+  return kExitDone;
 }
 
-bool Person::Watch(const std::string& seconds) {
-  std::optional<int32_t> limit;
-  if (!seconds.empty()) {
-    limit = ParseInt32(seconds);
-    if (!limit || *limit < 0) {
-      print("watch takes a number of seconds.\n");
-      return false;
-    }
-  }
+void Person::Watch(const std::string& seconds) {
+  std::optional<int32_t> limit = ParseInt32(seconds);
   steady_clock::time_point start = steady_clock::now();
   Listing before = ReadListing(wrapper, system);
-  unsigned int clientsBefore = wrapper.usbClients();
-  PrintNow(ClientsText(clientsBefore));
+  unsigned int devicesBefore = wrapper.usbClients();
+  if (output.json) {
+    output.print(ListDocument(before, devicesBefore) + "\n");
+  } else {
+    TellDevices(devicesBefore);
+  }
   while (!system.takeInterrupt()) {
-    if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) return true;
+    if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) return;
     system.sleep(kPollMilliseconds);
     Listing now = ReadListing(wrapper, system);
-    for (const std::string& line : DescribeChanges("source", before.sources, now.sources)) {
-      PrintNow(line);
-    }
-    for (const std::string& line :
-         DescribeChanges("destination", before.destinations, now.destinations)) {
-      PrintNow(line);
-    }
-    unsigned int clients = wrapper.usbClients();
-    if (clients != clientsBefore) PrintNow(ClientsText(clients));
+    std::vector<Change> changes;
+    AddChanges(changes, "source", before.sources, now.sources);
+    AddChanges(changes, "destination", before.destinations, now.destinations);
+    Tell(changes);
+    unsigned int devices = wrapper.usbClients();
+    if (devices != devicesBefore) TellDevices(devices);
     before = std::move(now);
-    clientsBefore = clients;
+    devicesBefore = devices;
   }
-  return true;
 }
 
-void Person::PrintNow(const std::string& line) {
-  std::time_t now = std::time(nullptr);
-  char time[16] = "";
-  if (const std::tm* local = std::localtime(&now)) {
-    std::strftime(time, sizeof time, "%H:%M:%S", local);
+void Person::Tell(const std::vector<Change>& changes) {
+  for (const Change& change : changes) {
+    output.print(output.json ? ChangeDocument(change, DateAndTime()) + "\n"
+                             : TimeOfDay() + "  " + ChangeText(change) + "\n");
   }
-  print(std::string(time) + "  " + line + "\n");
+}
+
+void Person::TellDevices(unsigned int devices) {
+  output.print(output.json ? DevicesDocument(devices, DateAndTime()) + "\n"
+                           : TimeOfDay() + "  " + DevicesText(devices) + "\n");
+}
+
+int Person::Fail(int exitCode, const std::string& text) {
+  output.complain(exitCode, text);
+  return exitCode;
 }
 
 }  // namespace corvalint::host

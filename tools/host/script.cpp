@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "host/commands.h"
+#include "host/documents.h"
 #include "host/endpoints.h"
 #include "host/json.h"
 
@@ -38,23 +39,6 @@ int64_t Int64At(const std::vector<std::string>& words, size_t index) {
   if (!number)
     throw BadCommand("argument " + std::to_string(index + 1) + " is not a 64-bit number");
   return *number;
-}
-
-std::string EndpointsJson(const std::vector<Endpoint>& endpoints) {
-  std::string json;
-  for (size_t position = 0; position < endpoints.size(); ++position) {
-    const Endpoint& endpoint = endpoints[position];
-    json += position == 0 ? "" : ",";
-    json += JsonObject()
-                .Number("position", static_cast<int64_t>(position))
-                .Number("id", endpoint.id)
-                .String("name", endpoint.name)
-                .String("nameHex", HexBytes(endpoint.nameBytes))
-                .Bool("on", endpoint.on)
-                .Bool("available", endpoint.available)
-                .Text();
-  }
-  return "[" + json + "]";
 }
 
 // The command without the side's name in it, "toggle-source" as "toggle-"; empty if it has none.

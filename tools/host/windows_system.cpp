@@ -124,7 +124,8 @@ template <typename Function>
 void Bind(HMODULE module, const char* name, Function& function) {
   FARPROC address = GetProcAddress(module, name);
   if (address == nullptr) {
-    throw std::runtime_error(std::string("corvalint_wrapper.dll has no export ") + name);
+    throw NoLibrary(std::string("corvalint_wrapper.dll has no export ") + name +
+                    ": it is another library");
   }
   function = reinterpret_cast<Function>(reinterpret_cast<void*>(address));
 }
@@ -152,7 +153,7 @@ Wrapper LoadWrapper() {
   std::wstring path = ProgramFolder() + L"corvalint_wrapper.dll";
   HMODULE module = LoadLibraryW(path.c_str());
   if (module == nullptr) {
-    throw std::runtime_error(WideToUtf8(path) + " cannot be loaded: " + ErrorText(GetLastError()));
+    throw NoLibrary(WideToUtf8(path) + " cannot be loaded: " + ErrorText(GetLastError()));
   }
   Wrapper calls;
   Bind(module, "corvalintServerStart", calls.start);
@@ -185,18 +186,26 @@ System MakeSystem() {
   system.processCounts = CountProcess;
   system.sleep = [](int milliseconds) { Sleep(static_cast<DWORD>(milliseconds)); };
   system.takeInterrupt = TakeInterrupt;
+  system.columns = [] { return 0; };
   system.processId = GetCurrentProcessId();
   return system;
 }
 
-std::FILE* SeparateOutput(bool libraryToStderr) {
+std::FILE* SeparateOutput(bool libraryToStderr, bool asBytes) {
   std::fflush(stdout);
   int own = _dup(1);
   if (own < 0) return nullptr;
   int library = libraryToStderr ? _dup(2) : _open("NUL", _O_WRONLY);
   if (library < 0 || _dup2(library, 1) != 0) return nullptr;
   _close(library);
-  return _fdopen(own, "w");
+  return _fdopen(own, asBytes ? "wb" : "w");
+}
+
+int TerminalColumns(std::FILE* file) {
+  auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(handle, &info)) return 0;
+  return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
 bool InputIsConsole() {

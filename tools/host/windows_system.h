@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "host/wrapper.h"
@@ -11,8 +12,13 @@ namespace corvalint::host {
 
 std::string WideToUtf8(const std::wstring& text);
 
+// The library cannot be used; the text says which file or which export is missing.
+struct NoLibrary : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 // Loads corvalint_wrapper.dll from the folder of this program and binds its twenty exports. Throws
-// std::runtime_error that says which file or which export is missing.
+// NoLibrary.
 Wrapper LoadWrapper();
 
 // Fills the table. A Ctrl-C is noted for takeInterrupt if that was asked within the last second,
@@ -20,8 +26,12 @@ Wrapper LoadWrapper();
 System MakeSystem();
 
 // Gives this program a standard output of its own and turns the process's, which the library prints
-// to, to standard error or to nowhere. Null if the system refuses. Stays open to the program's end.
-std::FILE* SeparateOutput(bool libraryToStderr);
+// to, to standard error or to nowhere. With `asBytes` line ends are written as they are. Null if
+// the system refuses. Stays open to the program's end.
+std::FILE* SeparateOutput(bool libraryToStderr, bool asBytes);
+
+// Columns of the terminal that the file is; 0 if it is none.
+int TerminalColumns(std::FILE* file);
 
 // True if a person types the input.
 bool InputIsConsole();

@@ -45,6 +45,8 @@ struct System {
   std::function<void(int milliseconds)> sleep;
   // True once if the person pressed Ctrl-C since it was last asked.
   std::function<bool()> takeInterrupt;
+  // Columns of the terminal that standard output is; 0 if it is none.
+  std::function<int()> columns;
   int64_t processId = 0;
 };
 

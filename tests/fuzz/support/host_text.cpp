@@ -46,31 +46,41 @@ std::vector<std::string> SplitAtZeroes(std::string_view text) {
   return parts;
 }
 
+bool IsWord(const std::string& argument) {
+  return argument.size() < 2 || argument[0] != '-' || host::ParseInt32(argument).has_value();
+}
+
 void CheckOptions(std::string_view text) {
   const std::vector<std::string> arguments = SplitAtZeroes(text);
   const host::Options options = host::ParseOptions(arguments);
-  const auto isOption = [](const std::string& argument) { return argument.substr(0, 1) == "-"; };
-  const auto command = std::find_if_not(arguments.begin(), arguments.end(), isOption);
-  const std::vector<std::string> known = {"--json", "--no-start", "--verbose", "--help", "-h"};
-  const auto unknown = std::find_if(arguments.begin(), command, [&](const std::string& argument) {
-    return std::find(known.begin(), known.end(), argument) == known.end();
-  });
+  const auto dashes = std::find(arguments.begin(), arguments.end(), "--");
   const auto given = [&](const char* name) {
-    return std::find(arguments.begin(), unknown, name) != unknown;
+    return std::find(arguments.begin(), dashes, name) != dashes;
   };
-  Check(options.json == given("--json"), "--json");
-  Check(options.noStart == given("--no-start"), "--no-start");
-  Check(options.verbose == given("--verbose"), "--verbose");
-  Check(options.help == (given("--help") || given("-h")), "--help");
-  if (unknown != command) return CheckSame(options.error, "unknown option " + *unknown, "error");
-
   std::string joined;
-  for (auto word = command; word != arguments.end(); ++word) {
-    joined += (joined.empty() ? "" : " ") + *word;
+  std::string wrong;  // the first option that is none; those of the doctor may be
+  bool maybeWrong = false;
+  for (auto at = arguments.begin(); at != arguments.end(); ++at) {
+    if (at == dashes) continue;
+    if (at > dashes || IsWord(*at)) {
+      joined += (joined.empty() ? "" : " ") + *at;
+    } else if (at->starts_with("--listen") || at->starts_with("--wait")) {
+      maybeWrong = true;
+    } else if (wrong.empty() && *at != "--json" && *at != "--no-start" && *at != "--verbose" &&
+               *at != "--help" && *at != "-h" && *at != "--version") {
+      wrong = *at;
+    }
   }
   CheckSame(options.command, joined, "command");
-  const bool wrong = options.json ? !joined.empty() : options.noStart;
-  Check(options.error.empty() == !wrong, "error of options that do not go together");
+  Check(options.json == given("--json"), "--json");
+  if (maybeWrong) return;
+  if (!wrong.empty()) return CheckSame(options.error, "unknown option " + wrong, "error");
+  Check(options.noStart == given("--no-start"), "--no-start");
+  Check(options.verbose == given("--verbose"), "--verbose");
+  Check(options.version == given("--version"), "--version");
+  Check(options.help == (given("--help") || given("-h")), "--help");
+  const bool apart = options.noStart && (!options.json || !joined.empty());
+  Check(options.error.empty() == !apart, "error of options that do not go together");
 }
 
 template <class Number>
@@ -95,9 +105,12 @@ void CheckTarget(std::string_view text) {
   const host::Target target = host::ParseTarget(text);
   const std::vector<std::string> words = Words(text);
   std::string_view expected = WithoutOuterBlanks(text);
-  host::SideFilter side = host::SideFilter::kBoth;
-  if (words.size() > 1 && (words[0] == "source" || words[0] == "destination")) {
-    side = words[0] == "source" ? host::SideFilter::kSources : host::SideFilter::kDestinations;
+  host::SideFilter side = host::SideFilter::kAny;
+  if (words.size() > 1 &&
+      (words[0] == "source" || words[0] == "destination" || words[0] == "both")) {
+    side = words[0] == "source" ? host::SideFilter::kSources
+           : words[0] == "both" ? host::SideFilter::kBoth
+                                : host::SideFilter::kDestinations;
     expected = WithoutOuterBlanks(expected.substr(words[0].size()));
   }
   if (expected.size() >= 2 && expected.front() == '"' && expected.back() == '"') {

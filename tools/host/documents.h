@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/endpoints.h"
+
+// The documents of --json, each one line of JSON without its line end. docs/host-tool.md describes
+// them.
+namespace corvalint::host {
+
+// An array with an object for each endpoint.
+std::string EndpointsJson(const std::vector<Endpoint>& endpoints);
+
+std::string ListDocument(const Listing& listing, unsigned int devices);
+
+// `time` is the local time of day with its date.
+std::string ChangeDocument(const Change& change, std::string_view time);
+std::string DevicesDocument(unsigned int devices, std::string_view time);
+
+// That an endpoint is on or off now, as it was wanted.
+std::string SwitchedDocument(std::string_view side, const Endpoint& endpoint, bool on);
+
+// Why the program ends with that exit code.
+std::string ErrorDocument(int exitCode, std::string_view text);
+
+}  // namespace corvalint::host
