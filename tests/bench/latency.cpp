@@ -202,10 +202,14 @@ class Scene {
       for (const Condition& condition : conditions) {
         for (const Way& way : ways) {
           result->measure = way.name + ", " + condition.name;
-          const Receiver receiver(way.receiver, way.sender);
-          condition.begin();
-          PlayPairs(way, *result++);
-          condition.end();
+          {
+            const Receiver receiver(way.receiver, way.sender);
+            condition.begin();
+            PlayPairs(way, *result++);
+            condition.end();
+          }
+          // Whatever is still on its way belongs to this condition and not to the next one.
+          for (std::size_t i = 0; i < bridge.Attached(); ++i) bridge.Flush(i);
           bridge.DrainAll();
         }
       }
