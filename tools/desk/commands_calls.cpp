@@ -82,7 +82,8 @@ std::string Counts(const Arguments&) {
          std::to_string(MidiTable::Get().OpenInputs()) + " " +
          std::to_string(MidiTable::Get().OpenOutputs()) + " " +
          std::to_string(PortTable::Get().Open().size()) + " " +
-         std::to_string(Outbox::Get().Violations());
+         std::to_string(Outbox::Get().Violations()) + " " + std::to_string(counts.heapBytes) + " " +
+         std::to_string(counts.deskHeapBytes);
 }
 
 std::string Name(const Arguments& arguments) { return std::string(arguments.Word(1)); }

@@ -17,12 +17,14 @@ namespace {
 struct String {
   std::string text;
   bool constant = false;
+  std::size_t copies = 1;
 };
 
 struct Strings {
   std::mutex lock;
   std::map<const void*, std::unique_ptr<String>> live;
   std::map<std::string, const void*> constants;
+  std::map<std::string, String*> copied;
 };
 
 Strings& AllStrings() {
@@ -41,16 +43,27 @@ const void* Keep(Strings& all, const std::string& text, bool constant) {
 
 }  // namespace
 
+// Copies of a text share one string. Who never releases them costs the desk no memory, so what
+// grows over thousands of arrivals is not the desk.
 const void* MakeString(const std::string& text) {
   Strings& all = AllStrings();
   const std::lock_guard hold(all.lock);
-  return Keep(all, text, false);
+  String*& copied = all.copied[text];
+  if (copied != nullptr) {
+    ++copied->copies;
+    return copied;
+  }
+  const void* const string = Keep(all, text, false);
+  copied = all.live[string].get();
+  return string;
 }
 
 std::size_t LiveStrings() {
   Strings& all = AllStrings();
   const std::lock_guard hold(all.lock);
-  return all.live.size() - all.constants.size();
+  std::size_t count = 0;
+  for (const auto& [text, string] : all.copied) count += string->copies;
+  return count;
 }
 
 std::string TextOf(const void* string) {
@@ -100,7 +113,10 @@ DESK_EXPORT void DeskCfRelease(const void* string) {
     const std::lock_guard hold(all.lock);
     const auto found = all.live.find(string);
     known = found != all.live.end();
-    if (known && !found->second->constant) all.live.erase(found);
+    if (known && !found->second->constant && --found->second->copies == 0) {
+      all.copied.erase(found->second->text);
+      all.live.erase(found);
+    }
   }
   if (!known) Outbox::Get().Violation("CFRelease of something that is not a live string");
   call.Done(known ? 1 : 0);

@@ -5,6 +5,10 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
+#include <array>
+
+#include "own_heap.h"
+
 namespace corvalint::desk {
 
 namespace {
@@ -33,6 +37,23 @@ std::uint32_t CountThreads() {
   return count;
 }
 
+// Of all heaps of the process. A heap stands still while it is walked, so nothing is taken from it.
+std::uint64_t CountHeapBytes() {
+  std::array<HANDLE, 64> heaps = {};
+  const DWORD there = GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
+  if (there > heaps.size()) return 0;  // nothing rather than a part
+  std::uint64_t bytes = 0;
+  for (DWORD i = 0; i < there; ++i) {
+    if (!HeapLock(heaps[i])) return 0;
+    PROCESS_HEAP_ENTRY entry = {};
+    while (HeapWalk(heaps[i], &entry)) {
+      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
+    }
+    HeapUnlock(heaps[i]);
+  }
+  return bytes;
+}
+
 }  // namespace
 
 ProcessCounts CountProcess() {
@@ -48,6 +69,8 @@ ProcessCounts CountProcess() {
   if (GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory))) {
     counts.workingSet = memory.WorkingSetSize;
   }
+  counts.deskHeapBytes = OwnHeapBytes();
+  counts.heapBytes = CountHeapBytes();
   return counts;
 }
 

@@ -8,40 +8,29 @@
 #include <mmsystem.h>
 
 #include <atomic>
-#include <cstdio>
 #include <functional>
 #include <iostream>
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "selftest_stress.h"
+#include "selftest_support.h"
 
 namespace {
 
+using corvalint::desk::Bind;
+using corvalint::desk::Hear;
+using corvalint::desk::HeardJson;
+using corvalint::desk::Hex;
+using corvalint::desk::Stress;
+
 using Words = std::vector<std::string>;
 
-std::mutex heardLock;
-std::vector<std::string> heard;     // what callbacks brought, in order
 std::atomic<DWORD> callbackMs = 0;  // how long a callback takes
 std::atomic<int> callbacksInside = 0;
 std::atomic<bool> requeue = true;
-
-std::string Hex(const void* data, std::size_t length) {
-  std::string text;
-  for (std::size_t i = 0; i < length; ++i) {
-    char digits[3];
-    std::snprintf(digits, sizeof(digits), "%02x", static_cast<const unsigned char*>(data)[i]);
-    text += digits;
-  }
-  return text;
-}
-
-void Hear(const std::string& what) {
-  const std::lock_guard hold(heardLock);
-  heard.push_back(what);
-}
 
 HMIDIIN input = nullptr;
 HMIDIOUT output = nullptr;
@@ -64,13 +53,6 @@ void CALLBACK OnInput(HMIDIIN handle, UINT message, DWORD_PTR, DWORD_PTR first, 
     Hear(message == MIM_OPEN ? "open" : "close");
   }
   --callbacksInside;
-}
-
-template <typename Function>
-Function Bind(const char* module, const char* name) {
-  const FARPROC address = GetProcAddress(GetModuleHandleA(module), name);
-  if (address == nullptr) throw std::runtime_error(std::string("missing ") + name);
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
 }
 
 std::string RegistryText(const char* key, const char* value) {
@@ -250,88 +232,11 @@ long long ListNames(const Words&) {
   return midiOutGetDevCapsA(99, nullptr, 0);
 }
 
-// Callback of the stress threads: hands buffers back to the input as the product does.
-void CALLBACK OnStressInput(HMIDIIN handle, UINT message, DWORD_PTR, DWORD_PTR first, DWORD_PTR) {
-  if (message != MIM_LONGDATA) return;
-  auto* header = reinterpret_cast<MIDIHDR*>(first);
-  if (header->dwBytesRecorded != 0) midiInAddBuffer(handle, header, sizeof(*header));
-}
-
-void StressInput() {
-  HMIDIIN handle = nullptr;
-  if (midiInOpen(&handle, 0, reinterpret_cast<DWORD_PTR>(&OnStressInput), 0, CALLBACK_FUNCTION) !=
-      0) {
-    return;
-  }
-  MIDIHDR header = {};
-  char block[64];
-  header.lpData = block;
-  header.dwBufferLength = sizeof(block);
-  midiInPrepareHeader(handle, &header, sizeof(header));
-  midiInAddBuffer(handle, &header, sizeof(header));
-  midiInStart(handle);
-  Sleep(5);
-  midiInStop(handle);
-  // A buffer that a callback queued again during the reset comes back with the next one.
-  for (int i = 0; i < 10 && midiInReset(handle) == 0; ++i) {
-    if (midiInUnprepareHeader(handle, &header, sizeof(header)) == 0) break;
-  }
-  if (midiInClose(handle) != 0) Hear("an input that does not close");
-}
-
-void StressOutput() {
-  HMIDIOUT handle = nullptr;
-  if (midiOutOpen(&handle, 0, 0, 0, CALLBACK_NULL) != 0) return;
-  char block[] = "abc";
-  for (int i = 0; i < 50; ++i) {
-    MIDIHDR header = {};
-    header.lpData = block;
-    header.dwBufferLength = 3;
-    midiOutPrepareHeader(handle, &header, sizeof(header));
-    midiOutLongMsg(handle, &header, sizeof(header));
-    while (midiOutUnprepareHeader(handle, &header, sizeof(header)) == MIDIERR_STILLPLAYING) {
-      Sleep(1);
-    }
-  }
-  if (midiOutClose(handle) != 0) Hear("an output that does not close");
-}
-
-std::atomic<int> portsHeard = 0;
-
-void StressPort(int number) {
-  using Callback = void(CALLBACK*)(void*, BYTE*, DWORD, DWORD_PTR);
-  using Function = void*(WINAPI*)(LPCWSTR, Callback, DWORD_PTR, DWORD, DWORD);
-  const std::wstring name = L"Stress " + std::to_wstring(number);
-  const auto create = Bind<Function>("teVirtualMIDI64", "virtualMIDICreatePortEx2");
-  const auto send =
-      Bind<BOOL(WINAPI*)(void*, BYTE*, DWORD)>("teVirtualMIDI64", "virtualMIDISendData");
-  const auto close = Bind<void(WINAPI*)(void*)>("teVirtualMIDI64", "virtualMIDIClosePort");
-  void* made = create(
-      name.c_str(), [](void*, BYTE*, DWORD, DWORD_PTR) { ++portsHeard; }, 0, 65535, 1);
-  if (made == nullptr) return;
-  BYTE block[] = {0x90, 1, 2};
-  for (int i = 0; i < 50; ++i) send(made, block, sizeof(block));
-  Sleep(2);
-  close(made);
-}
-
-// Uses everything at once for so many milliseconds.
-long long Stress(const Words& words) {
-  const ULONGLONG end = GetTickCount64() + std::stoull(words.at(1));
-  std::atomic<long long> rounds = 0;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 6; ++i) {
-    threads.emplace_back([i, end, &rounds] {
-      while (GetTickCount64() < end) {
-        if (i % 3 == 0) StressInput();
-        if (i % 3 == 1) StressOutput();
-        if (i % 3 == 2) StressPort(i);
-        ++rounds;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  return rounds;
+// Takes so many bytes from the heap, in place of what was taken so before.
+long long Take(const Words& words) {
+  static std::vector<char> taken;
+  taken = std::vector<char>(std::stoul(words.at(1)));
+  return 0;
 }
 
 using Action = std::function<long long(const Words&)>;
@@ -352,8 +257,9 @@ std::map<std::string, Action> Actions() {
       {"send-long", SendLong},
       {"send-unprepared", SendUnprepared},
       {"names", ListNames},
-      {"stress", Stress},
+      {"take", Take},
   };
+  table["stress"] = [](const Words& words) { return Stress(std::stoull(words.at(1))); };
   table["start"] = [](const Words&) { return midiInStart(input); };
   table["stop"] = [](const Words&) { return midiInStop(input); };
   // Resets and closes tell how many callbacks are inside when they return, times 1000.
@@ -384,16 +290,6 @@ std::map<std::string, Action> Actions() {
   };
   table["inside"] = [](const Words&) { return callbacksInside.load(); };
   return table;
-}
-
-std::string HeardJson() {
-  const std::lock_guard hold(heardLock);
-  std::string json = "{\"heard\":[";
-  for (std::size_t i = 0; i < heard.size(); ++i) {
-    json += (i == 0 ? "\"" : ",\"") + Hex(heard[i].data(), heard[i].size()) + "\"";
-  }
-  heard.clear();
-  return json + "]}";
 }
 
 }  // namespace

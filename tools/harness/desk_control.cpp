@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <thread>
 
 #include "harness/words.h"
 
@@ -31,13 +30,6 @@ std::string NumberList(const std::vector<std::uint32_t>& numbers) {
   return text;
 }
 
-std::string RangeText(const CallRange& range) {
-  std::string text = " from=" + std::to_string(range.from) +
-                     " times=" + std::to_string(range.times) + " ms=" + std::to_string(range.forMs);
-  if (range.firstArgument) text += " first=" + std::to_string(*range.firstArgument);
-  return text;
-}
-
 template <typename Map>
 typename Map::mapped_type ValueOf(const Map& map, const typename Map::key_type& key) {
   const auto found = map.find(key);
@@ -48,24 +40,6 @@ template <typename Map>
 std::size_t SizeOf(const Map& map, int id) {
   const auto found = map.find(id);
   return found == map.end() ? 0 : found->second.size();
-}
-
-CallEntry EntryFrom(std::string_view text) {
-  const auto parts = Words(text, '|');
-  CallEntry entry;
-  if (parts.size() != 6) return entry;
-  entry.function = parts[0];
-  for (const auto argument : Words(parts[1], ',')) {
-    std::uint64_t value = 0;
-    std::from_chars(argument.data(), argument.data() + argument.size(), value);
-    entry.arguments.push_back(value);
-  }
-  const Bytes bytes = BytesFromHex(parts[2]);
-  entry.text.assign(bytes.begin(), bytes.end());
-  if (parts[3] != "-") entry.result = ToNumber(parts[3]);
-  entry.thread = static_cast<std::uint32_t>(ToNumber(parts[4]));
-  entry.ns = ToNumber(parts[5]);
-  return entry;
 }
 
 }  // namespace
@@ -300,62 +274,9 @@ bool DeskControl::WaitForNotifications(std::chrono::milliseconds limit) {
   return WaitUntil([&] { return notificationsDone >= notificationsAsked; }, limit);
 }
 
-void DeskControl::Fail(const std::string& function, std::int64_t result, const CallRange& range) {
-  Send("fail " + function + " " + std::to_string(result) + RangeText(range));
-}
-
-void DeskControl::Delay(const std::string& function, std::uint32_t ms, const CallRange& range) {
-  Send("delay " + function + " " + std::to_string(ms) + RangeText(range));
-}
-
-void DeskControl::ClearRules(const std::string& function) { Send("unfail " + function); }
-
-void DeskControl::Hold(const std::string& function) { Send("hold " + function); }
-
-void DeskControl::Release(const std::string& function) { Send("release " + function); }
-
 bool DeskControl::WaitForHeld(const std::string& function, std::chrono::milliseconds limit) {
   return WaitUntil([&] { return held.contains(function); }, limit);
 }
-
-std::vector<CallEntry> DeskControl::Calls() {
-  std::vector<CallEntry> entries;
-  const std::string answer = Send("calls");
-  for (const auto text : Words(answer)) entries.push_back(EntryFrom(text));
-  return entries;
-}
-
-std::vector<std::string> DeskControl::CallNames() {
-  std::vector<std::string> names;
-  for (const CallEntry& entry : Calls()) names.push_back(entry.function);
-  return names;
-}
-
-std::map<std::string, std::uint64_t> DeskControl::CallCounts() {
-  std::map<std::string, std::uint64_t> counts;
-  const std::string answer = Send("calls-counts");
-  for (const auto text : Words(answer)) {
-    const std::size_t colon = text.rfind(':');
-    counts[std::string(text.substr(0, colon))] =
-        static_cast<std::uint64_t>(ToNumber(text.substr(colon + 1)));
-  }
-  return counts;
-}
-
-bool DeskControl::WaitForCall(const std::string& function, std::uint64_t count,
-                              std::chrono::milliseconds limit) {
-  constexpr std::chrono::milliseconds kBetweenLooks{5};
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (ValueOf(CallCounts(), function) < count) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(kBetweenLooks);
-  }
-  return true;
-}
-
-void DeskControl::ClearCalls() { Send("calls-clear"); }
-
-void DeskControl::Mute(const std::string& function) { Send("calls-mute " + function); }
 
 std::vector<std::string> DeskControl::Violations() {
   Settle();
@@ -367,7 +288,7 @@ ProcessCounts DeskControl::Counts() {
   const std::string answer = Send("counts");
   const auto words = Words(answer);
   ProcessCounts counts;
-  if (words.size() < 8) return counts;
+  if (words.size() < 10) return counts;
   const auto number = [&words](std::size_t i) {
     return static_cast<std::uint32_t>(ToNumber(words[i]));
   };
@@ -379,6 +300,8 @@ ProcessCounts DeskControl::Counts() {
   counts.openOutputs = number(5);
   counts.openPorts = number(6);
   counts.violations = static_cast<std::uint64_t>(ToNumber(words[7]));
+  counts.heapBytes = static_cast<std::uint64_t>(ToNumber(words[8]));
+  counts.deskHeapBytes = static_cast<std::uint64_t>(ToNumber(words[9]));
   return counts;
 }
 

@@ -339,6 +339,24 @@ TEST_F(DeskSelftest, CarriesBulkAndCountsTheProcess) {
   EXPECT_EQ(counts.sockets, 1u);  // the control connection
 }
 
+// What the program takes from the heap is told apart from what the desk itself takes.
+TEST_F(DeskSelftest, TellsWhoseTheHeapIs) {
+  constexpr std::uint64_t kTaken = 1000000;
+  constexpr std::uint64_t kOtherwise = 50000;  // of the program's and the desk's own doings
+  control.Open();
+  ASSERT_EQ(Do("libraries"), 4);
+  const ProcessCounts before = control.Counts();
+  EXPECT_GT(before.deskHeapBytes, 0u);
+  EXPECT_GT(before.heapBytes, before.deskHeapBytes);
+  ASSERT_EQ(Do("take " + std::to_string(kTaken)), 0);
+  const ProcessCounts after = control.Counts();
+  EXPECT_GE(after.heapBytes, before.heapBytes + kTaken);
+  EXPECT_LE(after.heapBytes, before.heapBytes + kTaken + kOtherwise);
+  EXPECT_LE(after.deskHeapBytes, before.deskHeapBytes + kOtherwise);
+  ASSERT_EQ(Do("take 0"), 0);
+  EXPECT_LE(control.Counts().heapBytes, before.heapBytes + kOtherwise);
+}
+
 TEST_F(DeskSelftest, TheDeskReadsTheClockOfTheNativeSide) {
   control.Open();
   for (int i = 0; i < 20; ++i) {

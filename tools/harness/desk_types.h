@@ -91,7 +91,9 @@ struct ProcessCounts {
   std::uint32_t handles = 0;
   std::uint32_t sockets = 0;
   std::uint32_t threads = 0;
-  std::uint64_t workingSet = 0;  // bytes
+  std::uint64_t workingSet = 0;     // bytes
+  std::uint64_t heapBytes = 0;      // in use by everybody in the process
+  std::uint64_t deskHeapBytes = 0;  // those of them that are the desk's own
   std::uint32_t openInputs = 0;
   std::uint32_t openOutputs = 0;
   std::uint32_t openPorts = 0;
