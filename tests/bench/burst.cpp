@@ -15,8 +15,8 @@ void Burst::Arrived(const std::uint8_t* /*data*/, std::uint32_t /*length*/) {
   }
 }
 
-Burst::Cost Burst::Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
-                       std::size_t count) {
+Cost Burst::Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
+                std::size_t count) {
   seen = 0;
   expected = count + 1;
   WriteAll(socket, gate.data(), gate.size());
@@ -25,10 +25,9 @@ Burst::Cost Burst::Run(int socket, const std::vector<char>& gate, const std::vec
   open.release();
   WriteAll(socket, burst.data() + written, burst.size() - written);
   done.acquire();
-  const auto messages = static_cast<double>(count);
-  return {static_cast<double>(end.cpu - begin.cpu) / messages,
-          static_cast<double>(end.wall - begin.wall) / messages,
-          static_cast<double>(end.allocations - begin.allocations) / messages};
+  Cost cost;
+  cost.Add(begin, end);
+  return cost.For(static_cast<double>(count));
 }
 
 }  // namespace corvalint::bench

@@ -15,12 +15,6 @@ namespace corvalint::bench {
 // of it is waiting, and the time that the thread has computed is what the messages cost.
 class Burst final : public ArrivalListener {
  public:
-  struct Cost {
-    double cpu = 0;          // nanoseconds for each message
-    double wall = 0;         // the same by the clock on the wall
-    double allocations = 0;  // for each message
-  };
-
   Burst() = default;
   Burst(const Burst&) = delete;
   Burst& operator=(const Burst&) = delete;
@@ -29,7 +23,8 @@ class Burst final : public ArrivalListener {
   void Arrived(const std::uint8_t* data, std::uint32_t length) override;
 
   // Sends `gate`, one frame, then a burst of `count` frames that stand in `burst`, both into
-  // `socket`, whose other end the measured thread reads.
+  // `socket`, whose other end the measured thread reads. The cost of each of
+  // the `count`.
   Cost Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
            std::size_t count);
 

@@ -22,4 +22,10 @@ Stamp Stamp::Now() {
   return {Read(CLOCK_MONOTONIC), Read(CLOCK_THREAD_CPUTIME_ID), test::allocations};
 }
 
+void Cost::Add(const Stamp& begin, const Stamp& end) {
+  cpu += static_cast<double>(end.cpu - begin.cpu);
+  wall += static_cast<double>(end.wall - begin.wall);
+  allocations += static_cast<double>(end.allocations - begin.allocations);
+}
+
 }  // namespace corvalint::bench

@@ -13,6 +13,17 @@ struct Stamp {
   static Stamp Now();
 };
 
+// What something has cost a thread.
+struct Cost {
+  double cpu = 0;   // nanoseconds that it has computed
+  double wall = 0;  // nanoseconds by the clock on the wall
+  double allocations = 0;
+
+  void Add(const Stamp& begin, const Stamp& end);
+  // For each of so many.
+  Cost For(double count) const { return {cpu / count, wall / count, allocations / count}; }
+};
+
 // Nanoseconds of the monotonic clock.
 std::int64_t WallNanoseconds();
 

@@ -8,5 +8,8 @@ namespace corvalint::bench {
 void MeasureReceiving();
 void MeasureInput();
 void MeasureLatency();
+void MeasureScale();
+void MeasureIdleMinute();
+void MeasureMemory();
 
 }  // namespace corvalint::bench

@@ -16,7 +16,8 @@ struct Group {
 };
 
 constexpr std::array kGroups{Group{"receiving", MeasureReceiving}, Group{"input", MeasureInput},
-                             Group{"latency", MeasureLatency}};
+                             Group{"latency", MeasureLatency},     Group{"scale", MeasureScale},
+                             Group{"idle", MeasureIdleMinute},     Group{"memory", MeasureMemory}};
 
 int Main(int count, char** arguments) {
   for (const Group& group : kGroups) {
