@@ -40,7 +40,9 @@ class Known:
         self.makers = "\n".join(
             path.read_text() for path in makers if ROOT / "build" not in path.parents)
         host = "\n".join(path.read_text() for path in (ROOT / "tools" / "host").glob("*.cpp"))
-        self.host_commands = set(re.findall(r"(?:^|[\"(])  ([a-z][a-z-]*)[ \n]", host, re.M))
+        # As in the manual: "  on TARGET         switches on"
+        self.host_commands = set(
+            re.findall(r"(?:^|[\"(])  ([a-z]+)(?: \[?[A-Z|]+\]?)?  +\S", host, re.M))
         self.host_options = set(OPTION.findall(host))
         macro = re.compile(r"\b(?:TYPED_)?TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)")
         self.tests = {
