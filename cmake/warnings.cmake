@@ -24,6 +24,8 @@ add_compile_options(-ffp-contract=off)
 if(WIN32)
   # The "A" functions are meant where no suffix is written: names from devices are ANSI bytes.
   add_compile_definitions(WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601)
+  # The same bytes wherever the sources lie.
+  add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
   # One file each, needing no runtime beside it; no time of day inside, so builds can be compared.
   add_link_options(-static -static-libgcc -static-libstdc++ -Wl,--no-insert-timestamp)
 endif()
