@@ -22,6 +22,10 @@ constexpr int kJourneysPerSample = 4;
 constexpr double kLogLimit = (2048 + 1) * 1024.0;  // one line may be written over the limit
 // A lock may make a kernel object when two threads first meet at it; the locks are few.
 constexpr double kHandlesOfLocks = 5;
+// A leak of five bytes in each cycle would be seen.
+constexpr double kHeapNoise = 4 * 1024;
+// The desk's queues are as long as it happens, since it reports what it does on the way.
+constexpr double kDeskHeapNoise = 16 * 1024;
 
 long journeys = 0;
 std::string table;
@@ -46,6 +50,8 @@ TEST(WineCycles, NothingGrows) {
   soak::Trend trend({{"threads", 0.5, 0},
                      {"handles", kHandlesOfLocks, 0},
                      {"sockets", 0.5, 0},
+                     {"heap", kHeapNoise, 0},
+                     {"deskheap", kDeskHeapNoise, 0},
                      {"workingset", 2 * 1024 * 1024, 0},
                      {"log", -1, kLogLimit}},
                     static_cast<std::size_t>(journeys / kJourneysPerSample + 1));
@@ -57,7 +63,9 @@ TEST(WineCycles, NothingGrows) {
     const harness::ProcessCounts counts = AtRest(bridge, threads);
     trend.Add((static_cast<std::uint64_t>(i) - kWarmUpJourneys + 1) * kDevices,
               {static_cast<double>(counts.threads), static_cast<double>(counts.handles),
-               static_cast<double>(counts.sockets), static_cast<double>(counts.workingSet),
+               static_cast<double>(counts.sockets),
+               static_cast<double>(counts.heapBytes - counts.deskHeapBytes),
+               static_cast<double>(counts.deskHeapBytes), static_cast<double>(counts.workingSet),
                static_cast<double>(
                    std::filesystem::file_size(bridge.GetDesk().Folder() / "pellora.log"))});
   }
