@@ -141,6 +141,16 @@ TEST_F(Package, ShowsItsVersionInThePropertiesOfBothPrograms) {
   }
 }
 
+TEST_F(Package, TellsItsVersionOnTheCommandLine) {
+  harness::DeskOptions options = With("corvalint-host.exe", {"--version"});
+  options.winmm = false;
+  options.supportKey = false;
+  harness::Desk desk(options);
+  harness::Process& host = desk.GetHost().GetProcess();
+  EXPECT_EQ(host.WaitForExit(kPatience), 0);
+  EXPECT_THAT(host.Output(), testing::MatchesRegex("corvalint-host " + Version() + "\r?\n"));
+}
+
 TEST_F(Package, RunsTheHostFromWhereItWasUnpacked) {
   harness::Desk desk(With("corvalint-host.exe", {"--json"}));
   const int keys = desk.Control().AddInput("Keys");
