@@ -61,6 +61,7 @@ TEST(WineCycles, NothingGrows) {
     ASSERT_EQ(bridge.GetHost().Clients(), 0);
     if (i < kWarmUpJourneys || (i + 1) % kJourneysPerSample != 0) continue;
     const harness::ProcessCounts counts = AtRest(bridge, threads);
+    ASSERT_GT(counts.heapBytes, counts.deskHeapBytes) << "the heaps could not be walked";
     trend.Add((static_cast<std::uint64_t>(i) - kWarmUpJourneys + 1) * kDevices,
               {static_cast<double>(counts.threads), static_cast<double>(counts.handles),
                static_cast<double>(counts.sockets),
