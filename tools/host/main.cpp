@@ -8,13 +8,16 @@
 #include <vector>
 
 #include "host/commands.h"
+#include "host/doctor.h"
 #include "host/documents.h"
 #include "host/exit_codes.h"
 #include "host/help.h"
 #include "host/json.h"
 #include "host/person.h"
 #include "host/script.h"
+#include "host/windows_doctor.h"
 #include "host/windows_system.h"
+#include "host/windows_text.h"
 
 namespace corvalint::host {
 namespace {
@@ -97,12 +100,29 @@ Output MakeOutput(std::FILE* file, bool json) {
   return output;
 }
 
+int RunDoctor(const Options& options, const Output& output) {
+  constexpr int kUsualSeconds = 5;
+  Utf8Console console;
+  Instruments instruments = MakeInstruments();
+  Doctor doctor(instruments, [&](const Link& link) {
+    output.print((output.json ? LinkDocument(link) : LinkText(link)) + "\n");
+  });
+  std::optional<Link> broken = doctor.Examine(options.waitSeconds.value_or(kUsualSeconds),
+                                              options.listenSeconds.value_or(kUsualSeconds));
+  int code = broken ? kExitBroken : kExitDone;
+  if (options.verbose) std::fputs(KeptLines().c_str(), stderr);
+  output.print((output.json ? VerdictDocument(broken, code) : VerdictText(broken)) + "\n");
+  return code;
+}
+
 int RunSubCommand(const Options& options) {
-  std::FILE* file = SeparateOutput(options.verbose, options.json);
+  bool doctor = options.command == "doctor";
+  LibraryLines lines = options.verbose ? LibraryLines::kToStderr : LibraryLines::kNowhere;
+  std::FILE* file = SeparateOutput(doctor ? LibraryLines::kKept : lines, options.json);
   if (file == nullptr) throw OutputGone();
   Output output = MakeOutput(file, options.json);
   try {
-    return RunPerson(options, file, output);
+    return doctor ? RunDoctor(options, output) : RunPerson(options, file, output);
   } catch (const NoLibrary& failure) {
     output.complain(kExitNoLibrary, failure.what());
     return kExitNoLibrary;

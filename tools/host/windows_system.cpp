@@ -9,8 +9,12 @@
 #include <atomic>
 #include <cstring>
 #include <iostream>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <vector>
+
+#include "host/windows_text.h"
 
 namespace corvalint::host {
 namespace {
@@ -31,14 +35,6 @@ BOOL WINAPI NoteInterrupt(DWORD event) {
 bool TakeInterrupt() {
   lastAsked = GetTickCount64();
   return interrupted.exchange(false);
-}
-
-std::string AnsiToUtf8(const std::string& bytes) {
-  int size = static_cast<int>(bytes.size());
-  int length = MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, nullptr, 0);
-  std::wstring wide(static_cast<size_t>(length), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, wide.data(), length);
-  return WideToUtf8(wide);
 }
 
 int64_t CountThreads() {
@@ -105,21 +101,6 @@ ProcessCounts CountProcess() {
   return counts;
 }
 
-std::wstring ProgramFolder() {
-  std::wstring path(32768, L'\0');
-  DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-  path.resize(length);
-  return path.substr(0, path.find_last_of(L'\\') + 1);
-}
-
-std::string ErrorText(DWORD error) {
-  wchar_t text[512] = L"";
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                error, 0, text, 512, nullptr);
-  while (length > 0 && text[length - 1] <= L' ') --length;
-  return WideToUtf8(std::wstring(text, length)) + " (" + std::to_string(error) + ")";
-}
-
 template <typename Function>
 void Bind(HMODULE module, const char* name, Function& function) {
   FARPROC address = GetProcAddress(module, name);
@@ -128,6 +109,34 @@ void Bind(HMODULE module, const char* name, Function& function) {
                     ": it is another library");
   }
   function = reinterpret_cast<Function>(reinterpret_cast<void*>(address));
+}
+
+// What the library has printed, if it is kept. Never destroyed: its reader runs until the end.
+struct Kept {
+  std::mutex lock;
+  std::string lines;
+};
+
+Kept& TheKept() {
+  static auto* const kept = new Kept;
+  return *kept;
+}
+
+void ReadLines(int pipe) {
+  Kept& kept = TheKept();
+  char piece[4096];
+  for (int size = 0; (size = _read(pipe, piece, sizeof piece)) > 0;) {
+    const std::lock_guard hold(kept.lock);
+    kept.lines.append(piece, static_cast<size_t>(size));
+  }
+}
+
+// The end of a pipe whose other end is read until the program ends; -1 if there is none to be had.
+int KeepLines() {
+  int ends[2];
+  if (_pipe(ends, 1 << 16, _O_BINARY | _O_NOINHERIT) != 0) return -1;
+  std::thread(ReadLines, ends[0]).detach();
+  return ends[1];
 }
 
 std::optional<std::string> ReadConsoleLine(HANDLE console) {
@@ -140,14 +149,6 @@ std::optional<std::string> ReadConsoleLine(HANDLE console) {
 }
 
 }  // namespace
-
-std::string WideToUtf8(const std::wstring& text) {
-  int size = static_cast<int>(text.size());
-  int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<size_t>(length), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.data(), size, bytes.data(), length, nullptr, nullptr);
-  return bytes;
-}
 
 Wrapper LoadWrapper() {
   std::wstring path = ProgramFolder() + L"corvalint_wrapper.dll";
@@ -191,14 +192,25 @@ System MakeSystem() {
   return system;
 }
 
-std::FILE* SeparateOutput(bool libraryToStderr, bool asBytes) {
+std::FILE* SeparateOutput(LibraryLines lines, bool asBytes) {
   std::fflush(stdout);
   int own = _dup(1);
   if (own < 0) return nullptr;
-  int library = libraryToStderr ? _dup(2) : _open("NUL", _O_WRONLY);
+  int library = -1;
+  if (lines == LibraryLines::kKept) {
+    library = KeepLines();
+  } else {
+    library = lines == LibraryLines::kToStderr ? _dup(2) : _open("NUL", _O_WRONLY);
+  }
   if (library < 0 || _dup2(library, 1) != 0) return nullptr;
   _close(library);
   return _fdopen(own, asBytes ? "wb" : "w");
+}
+
+std::string KeptLines() {
+  Kept& kept = TheKept();
+  const std::lock_guard hold(kept.lock);
+  return kept.lines;
 }
 
 int TerminalColumns(std::FILE* file) {

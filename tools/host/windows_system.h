@@ -10,8 +10,6 @@
 // The Windows side of the host. All texts are UTF-8. Main thread only.
 namespace corvalint::host {
 
-std::string WideToUtf8(const std::wstring& text);
-
 // The library cannot be used; the text says which file or which export is missing.
 struct NoLibrary : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -25,10 +23,16 @@ Wrapper LoadWrapper();
 // which is what a watch does; otherwise it ends the program.
 System MakeSystem();
 
+// Where the lines go that the library prints.
+enum class LibraryLines { kNowhere, kToStderr, kKept };
+
 // Gives this program a standard output of its own and turns the process's, which the library prints
-// to, to standard error or to nowhere. With `asBytes` line ends are written as they are. Null if
-// the system refuses. Stays open to the program's end.
-std::FILE* SeparateOutput(bool libraryToStderr, bool asBytes);
+// to, elsewhere. With `asBytes` line ends are written as they are. Null if the system refuses.
+// Stays open to the program's end. Once.
+std::FILE* SeparateOutput(LibraryLines lines, bool asBytes);
+
+// What the library has printed so far, if it is kept.
+std::string KeptLines();
 
 // Columns of the terminal that the file is; 0 if it is none.
 int TerminalColumns(std::FILE* file);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvalint::host {
+
+// What the library has written about devices since it was started.
+struct Evidence {
+  std::optional<uint32_t> subscribed;     // the device library's answer to the subscription
+  std::vector<std::string> devices;       // identifiers of the devices that are attached now
+  std::optional<uint32_t> connectResult;  // the last device's answer to the connection
+  bool streamOpened = false;              // an app has taken a stream
+  std::optional<uint32_t> streamResult;   // the answer of a device whose app took none
+  std::vector<std::string> announced;     // endpoints that apps have announced and not withdrawn
+};
+
+// From the lines of the log and of the console, which may be cut anywhere.
+Evidence ReadEvidence(std::string_view log, std::string_view console);
+
+// The answer of the device library that lets a device be used.
+bool IsUsableConnection(uint32_t connectResult);
+
+}  // namespace corvalint::host
