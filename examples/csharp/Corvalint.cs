@@ -134,6 +134,7 @@ namespace Corvalint
         public string Name(int id)
         {
             var bytes = new byte[nameLength(id)];
+            if (bytes.Length == 0) return "";
             for (int at = 0; at < bytes.Length; ++at) bytes[at] = nameByte(id, at);
             GCHandle pin = GCHandle.Alloc(bytes, GCHandleType.Pinned);
             try

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "harness/process.h"
@@ -96,6 +97,50 @@ TEST_P(NativeExamples, TellThatANameIsNotThere) {
   EXPECT_EQ(ended.code, 1);
   EXPECT_THAT(ended.errors, testing::StartsWith("there is no MIDI device Theremin\n"
                                                 "on: Keys\noff: Keys\n"));
+}
+
+std::string BytesOf(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  EXPECT_TRUE(stream.good()) << file;
+  std::ostringstream bytes;
+  bytes << stream.rdbuf();
+  return bytes.str();
+}
+
+// The names behind EXPORTS in the module definition, which decides for the DLL too.
+std::set<std::string> ExportedNames() {
+  std::istringstream words(
+      BytesOf(fs::path(CORVALINT_SOURCE_DIR) / "src/api/corvalint_wrapper.def"));
+  std::set<std::string> names;
+  bool exports = false;
+  for (std::string word; words >> word;) {
+    if (exports) names.insert(word);
+    exports = exports || word == "EXPORTS";
+  }
+  return names;
+}
+
+TEST(NativeLibrary, ExportsTheNamesOfTheDllAndNoOthers) {
+  harness::Process::Setup setup;
+  setup.command = {"nm", "--dynamic", "--defined-only", "--format=just-symbols",
+                   CORVALINT_NATIVE_LIBRARY "/libcorvalint_wrapper.so"};
+  harness::Process nm(setup);
+  EXPECT_EQ(nm.WaitForExit(kPatience), 0) << nm.Errors();
+  std::istringstream words(nm.Output());
+  std::set<std::string> names;
+  for (std::string word; words >> word;) names.insert(word);
+  EXPECT_EQ(names.size(), 20u);
+  EXPECT_EQ(names, ExportedNames());
+}
+
+TEST(Bindings, DeclareEveryFunction) {
+  const fs::path examples = fs::path(CORVALINT_SOURCE_DIR) / "examples";
+  const std::string csharp = BytesOf(examples / "csharp/Corvalint.cs");
+  const std::string python = BytesOf(examples / "python/corvalint.py");
+  for (const std::string& name : ExportedNames()) {
+    EXPECT_THAT(csharp, HasSubstr(" " + name + "("));
+    EXPECT_THAT(python, HasSubstr("\"" + name + "\": ("));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(

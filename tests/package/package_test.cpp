@@ -151,6 +151,26 @@ TEST_F(Package, TellsItsVersionOnTheCommandLine) {
   EXPECT_THAT(host.Output(), testing::MatchesRegex("corvalint-host " + Version() + "\r?\n"));
 }
 
+// As a person would, on a machine without any of Apple's software.
+TEST_F(Package, RunsTheCommandsOfItsFirstPage) {
+  std::istringstream page(BytesOf(Unpacked() / "README.md"));
+  const std::string prefix = "    corvalint-host ";
+  std::set<std::string> commands;
+  for (std::string line; std::getline(page, line);) {
+    if (line.starts_with(prefix)) commands.insert(line.substr(prefix.size()));
+  }
+  EXPECT_EQ(commands, (std::set<std::string>{"--help", "list"}));
+  for (const std::string& command : commands) {
+    harness::DeskOptions options = With("corvalint-host.exe", {command});
+    options.winmm = false;
+    options.supportKey = false;
+    harness::Desk desk(options);
+    harness::Process& host = desk.GetHost().GetProcess();
+    EXPECT_EQ(host.WaitForExit(kPatience), 0) << command << ": " << host.Errors();
+    EXPECT_THAT(host.Output(), HasSubstr(command == "list" ? "Destinations" : "corvalint-host"));
+  }
+}
+
 TEST_F(Package, RunsTheHostFromWhereItWasUnpacked) {
   harness::Desk desk(With("corvalint-host.exe", {"--json"}));
   const int keys = desk.Control().AddInput("Keys");
