@@ -23,13 +23,14 @@ const char* AddressOf(Announcement what) {
 }  // namespace
 
 AnnouncementPacket::AnnouncementPacket(Announcement what, const std::string& name, std::int32_t id)
-    : stream(buffer, sizeof buffer) {
+    : stream(buffer + kFrameHeaderSize, kAnnouncementBuffer) {
   stream << osc::BeginMessage(AddressOf(what)) << name.c_str() << static_cast<osc::int32>(id)
          << osc::EndMessage;
+  WriteFrameHeader(buffer, static_cast<std::uint32_t>(stream.Size()));
 }
 
 void AnnouncementPacket::SendTo(DeviceClient& client) const {
-  client.SendFramed(stream.Data(), static_cast<std::uint32_t>(stream.Size()));
+  client.SendFrame({buffer, static_cast<std::uint32_t>(stream.Size())});
 }
 
 void PrintAnnounced(Announcement what, const std::string& name, std::int32_t id) {

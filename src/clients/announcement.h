@@ -27,7 +27,7 @@ class AnnouncementPacket {
   void SendTo(DeviceClient& client) const;
 
  private:
-  char buffer[kAnnouncementBuffer];
+  char buffer[kFrameHeaderSize + kAnnouncementBuffer];
   osc::OutboundPacketStream stream;
 };
 

@@ -7,12 +7,16 @@ namespace corvalint {
 void ClientList::Append(DeviceClient& client) {
   CriticalSectionScope hold(lock);
   clients.push_back(&client);
+  Changed();
 }
 
 void ClientList::Remove(const DeviceClient& client) {
   CriticalSectionScope hold(lock);
   clients.remove_if([&](const DeviceClient* entry) { return entry == &client; });
+  Changed();
 }
+
+void ClientList::Changed() { only = clients.size() == 1 ? clients.front() : nullptr; }
 
 bool ClientList::Contains(const DeviceClient& client) const {
   CriticalSectionScope hold(lock);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -20,17 +21,23 @@ class ClientList {
   // Removes every entry of that client.
   void Remove(const DeviceClient& client) CORVALINT_EXCLUDES(lock);
   bool Contains(const DeviceClient& client) const CORVALINT_EXCLUDES(lock);
+  // Whether that client is the only one. Takes no lock.
+  bool HasOnly(const DeviceClient& client) const { return only == &client; }
   std::uint64_t Count() const CORVALINT_EXCLUDES(lock);
 
  private:
   friend class ClientWalk;
 
   mutable CriticalSection lock;
+  void Changed() CORVALINT_REQUIRES(lock);
+
   std::list<DeviceClient*> clients CORVALINT_GUARDED_BY(lock);
+  std::atomic<const DeviceClient*> only{
+      nullptr};  // written under the lock; null unless there is one
 };
 
 // The clients that were in the list when the walk began, in list order, each borrowed until the
-// walk ends. Clients that are about to end are left out. Allocates nothing for up to 32 devices.
+// walk ends. Clients that are about to end are left out. Allocates nothing for up to 64 devices.
 class ClientWalk {
  public:
   explicit ClientWalk(const ClientList& list);
@@ -45,8 +52,8 @@ class ClientWalk {
   void Take(DeviceClient* client);
   DeviceClient* const* First() const { return many.empty() ? few.data() : many.data(); }
 
-  std::array<DeviceClient*, 32> few{};
-  std::vector<DeviceClient*> many;  // all of them, once `few` is too small
+  std::array<DeviceClient*, 64> few;  // the first `count` are set
+  std::vector<DeviceClient*> many;    // all of them, once `few` is too small
   std::size_t count = 0;
 };
 

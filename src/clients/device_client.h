@@ -4,6 +4,7 @@
 
 #include "clients/borrow_gate.h"
 #include "clients/endpoint_owner.h"
+#include "clients/frame.h"
 
 namespace corvalint {
 
@@ -15,6 +16,11 @@ class DeviceClient {
   // goes out whole or not at all; never blocks. Returns the bytes handed over, header included, or
   // -1 when the frame was dropped. Any thread.
   virtual int SendFramed(const void* data, std::uint32_t size) = 0;
+  // The same for a frame that is whole already, so that what goes to many devices is put together
+  // once.
+  virtual int SendFrame(const Frame& frame) {
+    return SendFramed(frame.Payload(), frame.payloadSize);
+  }
 
   // The device's manager of published endpoints. It lives until the process ends.
   virtual EndpointOwner& Owner() = 0;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace corvalint {
@@ -24,10 +25,10 @@ class EndpointOwner {
   // Whether the manager publishes an endpoint of that name (empty owner key; the call then leaves
   // the calling thread with one hold of `midiLock` more), or carries ports of that key (key not
   // empty; the name is not compared).
-  virtual bool OwnsEndpoint(std::string ownerKey, std::string endpointName) = 0;
+  virtual bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) = 0;
   // The hook for MIDI that is addressed to an endpoint of another device. It sends nothing, and
   // gives up one hold of `midiLock`, or two when the id is one of its destinations.
-  virtual void SendMidiToDestination(std::string name, std::uint32_t id) = 0;
+  virtual void SendMidiToDestination(std::string_view name, std::uint32_t id) = 0;
 
   // What the device has published, from the last port to the first, destination before source.
   virtual std::vector<PublishedEndpoint> PublishedEndpoints() = 0;

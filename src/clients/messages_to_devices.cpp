@@ -1,5 +1,6 @@
 #include <osc/OscOutboundPacketStream.h>
 
+#include <cstring>
 #include <optional>
 
 #include "clients/packet_buffer.h"
@@ -19,55 +20,57 @@ constexpr std::size_t RoundUp4(std::size_t size) { return (size + 3) & ~std::siz
 // A finished "/midi" packet.
 class MidiPacket {
  public:
-  MidiPacket(const std::uint8_t* data, std::uint32_t length, const std::string& name,
-             std::int32_t id, std::int64_t timestamp)
-      : buffer(PacketSize(name, length)), stream(buffer.Data(), buffer.Capacity()) {
+  MidiPacket(const std::uint8_t* data, std::uint32_t length, const char* name, std::int32_t id,
+             std::int64_t timestamp)
+      : buffer(PacketSize(name, length)) {
     // The OSC library counts a blob in signed 32 bits, so what can never fit is refused here.
     if (length > kMaximumPacket) throw osc::OutOfBufferMemoryException();
     // An empty blob needs an address too.
     const void* bytes = data != nullptr ? static_cast<const void*>(data) : "";
-    stream << osc::BeginMessage("/midi") << name.c_str() << static_cast<osc::int32>(id)
+    osc::OutboundPacketStream stream(buffer.Data(), buffer.Capacity());
+    stream << osc::BeginMessage("/midi") << name << static_cast<osc::int32>(id)
            << static_cast<osc::int64>(timestamp)
            << osc::Blob(bytes, static_cast<osc::osc_bundle_element_size_t>(length))
            << osc::EndMessage;
+    frame = buffer.Framed(stream.Size());
   }
 
-  void SendTo(DeviceClient& client) const {
-    client.SendFramed(stream.Data(), static_cast<std::uint32_t>(stream.Size()));
-  }
+  void SendTo(DeviceClient& client) const { client.SendFrame(frame); }
 
  private:
-  static std::size_t PacketSize(const std::string& name, std::uint32_t length) {
+  static std::size_t PacketSize(const char* name, std::uint32_t length) {
     constexpr std::size_t kAddressAndTags = 8 + 8;      // "/midi" and ",sihb", each with padding
     constexpr std::size_t kFixedArguments = 4 + 8 + 4;  // id, time stamp, blob size
-    return kAddressAndTags + RoundUp4(name.size() + 1) + kFixedArguments + RoundUp4(length);
+    return kAddressAndTags + RoundUp4(std::strlen(name) + 1) + kFixedArguments + RoundUp4(length);
   }
 
   PacketBuffer buffer;
-  osc::OutboundPacketStream stream;
+  Frame frame;
 };
 
 }  // namespace
 
-void UsbServer::SendMidiToAll(const std::uint8_t* data, std::uint32_t length, std::string name,
-                              std::int32_t id, std::int64_t timestamp) {
-  const MidiPacket packet(data, length, name, id, timestamp);
+void UsbServer::SendMidiToAll(const std::uint8_t* data, std::uint32_t length,
+                              const std::string& name, std::int32_t id, std::int64_t timestamp) {
+  const MidiPacket packet(data, length, name.c_str(), id, timestamp);
   CriticalSectionScope hold(clientLock);
   for (DeviceClient* client : ClientWalk(clients)) packet.SendTo(*client);
 }
 
-void UsbServer::SendMidiToOwners(const std::uint8_t* data, std::uint32_t length, std::string name,
-                                 std::int32_t id, std::int64_t timestamp, std::string ownerKey) {
-  const MidiPacket packet(data, length, name, id, timestamp);
+void UsbServer::SendMidiToOwners(const std::uint8_t* data, std::uint32_t length,
+                                 const std::string& name, std::int32_t id, std::int64_t timestamp,
+                                 const std::string& ownerKey) {
+  const MidiPacket packet(data, length, name.c_str(), id, timestamp);
   CriticalSectionScope hold(clientLock);
   for (DeviceClient* client : ClientWalk(clients)) {
     if (Owns(*client, ownerKey, name)) packet.SendTo(*client);
   }
 }
 
-void UsbServer::RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, std::string name,
+void UsbServer::RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, const char* name,
                                   std::int32_t id, const DeviceClient& origin,
                                   std::int64_t timestamp) {
+  if (clients.HasOnly(origin)) return;
   const MidiPacket packet(data, length, name, id, timestamp);
   for (DeviceClient* client : ClientWalk(clients)) {
     if (client != &origin) packet.SendTo(*client);
@@ -83,30 +86,33 @@ void UsbServer::Announce(Announcement what, const std::string& name, std::int32_
   }
 }
 
-void UsbServer::SendAddRemoteSource(std::string name, std::int32_t id, std::string ownerKey) {
+void UsbServer::SendAddRemoteSource(const std::string& name, std::int32_t id,
+                                    const std::string& ownerKey) {
   Announce(Announcement::addRemoteSource, name, id, ownerKey);
   PrintAnnounced(Announcement::addRemoteSource, name, id);
 }
 
-void UsbServer::SendAddRemoteDestination(std::string name, std::int32_t id, std::string ownerKey) {
+void UsbServer::SendAddRemoteDestination(const std::string& name, std::int32_t id,
+                                         const std::string& ownerKey) {
   Announce(Announcement::addRemoteDestination, name, id, ownerKey);
   PrintAnnounced(Announcement::addRemoteDestination, name, id);
 }
 
-void UsbServer::SendRemoveRemoteSource(std::string name, std::int32_t id, std::string ownerKey) {
+void UsbServer::SendRemoveRemoteSource(const std::string& name, std::int32_t id,
+                                       const std::string& ownerKey) {
   Announce(Announcement::removeRemoteSource, name, id, ownerKey);
   PrintAnnounced(Announcement::removeRemoteSource, name, id);
 }
 
-void UsbServer::SendRemoveRemoteDestination(std::string name, std::int32_t id,
-                                            std::string ownerKey) {
+void UsbServer::SendRemoveRemoteDestination(const std::string& name, std::int32_t id,
+                                            const std::string& ownerKey) {
   Announce(Announcement::removeRemoteDestination, name, id, ownerKey);
   PrintAnnounced(Announcement::removeRemoteDestination, name, id);
 }
 
 // The hook gives up a hold before it walks its ports and another one on a hit, so its caller enters
 // twice: the walk is then still protected. The scope restores what is left or missing afterwards.
-void UsbServer::NotifyOtherManagers(std::string name, std::int32_t id,
+void UsbServer::NotifyOtherManagers(const char* name, std::int32_t id,
                                     const DeviceClient& origin) CORVALINT_UNCHECKED_LOCKING {
   CriticalSection* lock = midiLock.load(std::memory_order_acquire);
   if (lock == nullptr) return;

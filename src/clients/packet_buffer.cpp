@@ -27,7 +27,7 @@ std::unique_ptr<char[]> TakeLarge() {
       if (buffer != nullptr) return std::move(buffer);
     }
   }
-  return std::make_unique<char[]>(kMaximumPacket);
+  return std::make_unique_for_overwrite<char[]>(kFrameHeaderSize + kMaximumPacket);
 }
 
 // Frees the buffer when the store is full.
@@ -45,7 +45,13 @@ void GiveBack(std::unique_ptr<char[]> used) {
 }  // namespace
 
 PacketBuffer::PacketBuffer(std::size_t expected) {
-  if (expected > small.size()) large = TakeLarge();
+  if (expected > kSmallPacket) large = TakeLarge();
+}
+
+Frame PacketBuffer::Framed(std::size_t size) {
+  const auto payloadSize = static_cast<std::uint32_t>(size);
+  WriteFrameHeader(Header(), payloadSize);
+  return {Header(), payloadSize};
 }
 
 PacketBuffer::~PacketBuffer() {

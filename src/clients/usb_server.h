@@ -23,22 +23,25 @@ namespace corvalint {
 class UsbServer {
  public:
   // MIDI to every device.
-  void SendMidiToAll(const std::uint8_t* data, std::uint32_t length, std::string name,
+  void SendMidiToAll(const std::uint8_t* data, std::uint32_t length, const std::string& name,
                      std::int32_t id, std::int64_t timestamp);
   // MIDI to the devices whose manager owns the endpoint (see EndpointOwner::OwnsEndpoint).
-  void SendMidiToOwners(const std::uint8_t* data, std::uint32_t length, std::string name,
-                        std::int32_t id, std::int64_t timestamp, std::string ownerKey);
+  void SendMidiToOwners(const std::uint8_t* data, std::uint32_t length, const std::string& name,
+                        std::int32_t id, std::int64_t timestamp, const std::string& ownerKey);
   // MIDI of one device to all the others. Takes no `clientLock`, on purpose: a device's own thread
   // relays while announcements may hold it.
-  void RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, std::string name,
+  void RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, const char* name,
                          std::int32_t id, const DeviceClient& origin, std::int64_t timestamp);
 
   // Each announces to every device whose manager does not own the endpoint, so that no device hears
   // of its own, and then prints one console line, whether or not any device was there.
-  void SendAddRemoteSource(std::string name, std::int32_t id, std::string ownerKey);
-  void SendAddRemoteDestination(std::string name, std::int32_t id, std::string ownerKey);
-  void SendRemoveRemoteSource(std::string name, std::int32_t id, std::string ownerKey);
-  void SendRemoveRemoteDestination(std::string name, std::int32_t id, std::string ownerKey);
+  void SendAddRemoteSource(const std::string& name, std::int32_t id, const std::string& ownerKey);
+  void SendAddRemoteDestination(const std::string& name, std::int32_t id,
+                                const std::string& ownerKey);
+  void SendRemoveRemoteSource(const std::string& name, std::int32_t id,
+                              const std::string& ownerKey);
+  void SendRemoveRemoteDestination(const std::string& name, std::int32_t id,
+                                   const std::string& ownerKey);
 
   // The senders above without the console line, for a caller that must keep a lock until the
   // message is out and must not print under it.
@@ -47,11 +50,11 @@ class UsbServer {
 
   // Tells the managers of all devices but the origin's that MIDI for an endpoint came by which no
   // published port took. They look the id up and send nothing. Takes no `clientLock`.
-  void NotifyOtherManagers(std::string name, std::int32_t id, const DeviceClient& origin);
+  void NotifyOtherManagers(const char* name, std::int32_t id, const DeviceClient& origin);
 
   // Whether any device's manager publishes an endpoint of that name on the desktop, also under the
   // name that the desktop shows for it.
-  virtual bool AnyManagerOwns(std::string endpointName) = 0;
+  virtual bool AnyManagerOwns(const std::string& endpointName) = 0;
 
   // Brackets a walk over the desktop's devices: a published port that goes away meanwhile is still
   // recognised by AnyManagerOwns until the walk has ended.

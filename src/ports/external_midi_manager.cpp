@@ -4,6 +4,8 @@
 #include <exception>
 #include <utility>
 
+#include "clients/route_changes.h"
+
 namespace corvalint {
 
 namespace {
@@ -34,11 +36,11 @@ ExternalMidiManager::ExternalMidiManager(UsbServer& usbServer, CriticalSection& 
                                          DesktopNames& desktopNames)
     : server(usbServer), midiLock(lock), names(desktopNames) {}
 
-void ExternalMidiManager::AddRemoteSource(std::string name, std::uint32_t id) {
+void ExternalMidiManager::AddRemoteSource(const std::string& name, std::uint32_t id) {
   AddRemote(EndpointKind::source, Announcement::addRemoteSource, name, id);
 }
 
-void ExternalMidiManager::AddRemoteDestination(std::string name, std::uint32_t id) {
+void ExternalMidiManager::AddRemoteDestination(const std::string& name, std::uint32_t id) {
   AddRemote(EndpointKind::destination, Announcement::addRemoteDestination, name, id);
 }
 
@@ -77,6 +79,7 @@ ExternalMidiManager::Attachment ExternalMidiManager::Attach(EndpointKind kind,
   // A new port's record carries no device key of its own; the port's is the one that is passed on.
   newPort->AddRecord(kind, name, id, "");
   ports.push_back(newPort);
+  routeChanges.Note();
   return Attachment::toNewPort;
 }
 
@@ -87,6 +90,7 @@ bool ExternalMidiManager::AttachToExistingPort(EndpointKind kind, const std::str
   });
   if (port == ports.rend()) return false;
   (*port)->AddRecord(kind, name, id, deviceKey);
+  routeChanges.Note();
   return true;
 }
 
@@ -104,6 +108,7 @@ ExternalMidiManager::PortPointer ExternalMidiManager::PortWithId(EndpointKind ki
 ExternalMidiManager::PortPointer ExternalMidiManager::TakeOff(EndpointKind kind,
                                                               const PortPointer& port) {
   port->RemoveRecord(kind);
+  routeChanges.Note();
   const EndpointKind other =
       kind == EndpointKind::source ? EndpointKind::destination : EndpointKind::source;
   if (port->Record(other) != nullptr) return nullptr;
@@ -113,7 +118,7 @@ ExternalMidiManager::PortPointer ExternalMidiManager::TakeOff(EndpointKind kind,
 
 // The message goes out while the source is still there and `midiLock` is held, so `clientLock` must
 // be entered first.
-void ExternalMidiManager::RemoveRemoteSource(std::string name, std::uint32_t id) {
+void ExternalMidiManager::RemoveRemoteSource(const std::string& name, std::uint32_t id) {
   PortPointer emptied;
   std::exception_ptr failure;
   {
@@ -132,7 +137,7 @@ void ExternalMidiManager::RemoveRemoteSource(std::string name, std::uint32_t id)
 // same: a second stream of the same device may have removed the record meanwhile. `clientLock` is
 // kept over both, so that a device that connects in between is not told of the destination after
 // its end.
-void ExternalMidiManager::RemoveRemoteDestination(std::string name, std::uint32_t id) {
+void ExternalMidiManager::RemoveRemoteDestination(const std::string& name, std::uint32_t id) {
   PortPointer emptied;
   std::exception_ptr failure;
   {
@@ -175,21 +180,14 @@ void ExternalMidiManager::FinishRemoval(Announcement what, const std::string& na
   if (failure != nullptr) std::rethrow_exception(failure);
 }
 
-bool ExternalMidiManager::SendMidiToSourcePort(const std::uint8_t* data, std::uint32_t count,
-                                               std::string /*name*/, std::uint32_t id) {
-  PortPointer port;
-  std::shared_ptr<VirtualMidiEndpointRecord> record;
-  {
-    CriticalSectionScope hold(midiLock);
-    port = PortWithId(EndpointKind::source, id);
-    if (port == nullptr) return false;
-    record = port->Record(EndpointKind::source);
-  }
-  port->SendData(*record, data, count);
-  return true;
+SourcePort ExternalMidiManager::SourcePortWithId(std::uint32_t id) {
+  CriticalSectionScope hold(midiLock);
+  const PortPointer port = PortWithId(EndpointKind::source, id);
+  if (port == nullptr) return {};
+  return {port, port->Record(EndpointKind::source)};
 }
 
-std::int32_t ExternalMidiManager::HasEndpointNamed(std::string name) {
+std::int32_t ExternalMidiManager::HasEndpointNamed(const std::string& name) {
   CriticalSectionScope hold(midiLock);
   for (const PortPointer& port : ports) {
     for (const EndpointKind kind : {EndpointKind::source, EndpointKind::destination}) {
@@ -215,20 +213,20 @@ std::vector<PublishedEndpoint> ExternalMidiManager::PublishedEndpoints() {
 
 // With an empty key the outer hold is never left, on purpose: the operation answers with one hold
 // kept for its caller, who restores the count with a HoldScope.
-bool ExternalMidiManager::OwnsEndpoint(std::string ownerKey,
-                                       std::string endpointName) CORVALINT_UNCHECKED_LOCKING {
+bool ExternalMidiManager::OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName)
+    CORVALINT_UNCHECKED_LOCKING {
+  // Every port carries the manager's own key, so a stranger's needs no look at them.
+  if (!ownerKey.empty() && ownerKey != deviceKey) return false;
   midiLock.Enter();
-  if (ownerKey.empty()) return HasEndpointNamed(std::move(endpointName)) != 0;
-  const bool owns = std::any_of(ports.begin(), ports.end(), [&](const PortPointer& port) {
-    return port->DeviceKey() == ownerKey;
-  });
+  if (ownerKey.empty()) return HasEndpointNamed(endpointName) != 0;
+  const bool owns = !ports.empty();
   midiLock.Leave();
   return owns;
 }
 
 // Kept as it is on purpose: it gives up a hold that its caller took, walks, gives up another one on
 // a hit, and sends nothing. The walk runs over a copy, so that it is safe with no hold left.
-void ExternalMidiManager::SendMidiToDestination(std::string /*name*/,
+void ExternalMidiManager::SendMidiToDestination(std::string_view /*name*/,
                                                 std::uint32_t id) CORVALINT_UNCHECKED_LOCKING {
   midiLock.Leave();
   std::vector<PortPointer> walked;
@@ -246,12 +244,12 @@ void ExternalMidiManager::SendMidiToDestination(std::string /*name*/,
 }
 
 void ExternalMidiManager::MidiReceived(const std::uint8_t* data, std::uint32_t count,
-                                       std::string name, std::uint32_t id, std::uint32_t secondWord,
-                                       std::int64_t timestamp, std::string key) {
+                                       const std::string& name, std::uint32_t id,
+                                       std::uint32_t secondWord, std::int64_t timestamp,
+                                       const std::string& key) {
   ExternalMidiManagerDelegate* receiver = delegate;
   if (receiver == nullptr) return;
-  receiver->ExternalMidiReceived(data, count, std::move(name), id, secondWord, timestamp,
-                                 std::move(key));
+  receiver->ExternalMidiReceived(data, count, name, id, secondWord, timestamp, key);
 }
 
 }  // namespace corvalint

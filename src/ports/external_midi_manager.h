@@ -16,6 +16,18 @@
 
 namespace corvalint {
 
+// A published port with the record of the source that it carries; empty when there is none.
+struct SourcePort {
+  std::shared_ptr<VirtualMidiPort> port;
+  std::shared_ptr<const VirtualMidiEndpointRecord> record;
+
+  explicit operator bool() const { return port != nullptr; }
+  // Writes the device's bytes, exactly as received, into the port.
+  void Send(const std::uint8_t* data, std::uint32_t count) const {
+    port->SendData(*record, data, count);
+  }
+};
+
 // The MIDI endpoints that one device announced, published on the desktop: one port per endpoint
 // name, carrying a source, a destination or both. Endpoints are told apart by the device's unique
 // id; names need not be unique. A manager lives until the process ends, and its ports stay when the
@@ -32,27 +44,26 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
   // Publish an endpoint and announce it to the other devices. An id that any port carries already
   // does nothing. A name too long for an announcement throws osc::OutOfBufferMemoryException, after
   // the endpoint was published.
-  void AddRemoteSource(std::string name, std::uint32_t id);
-  void AddRemoteDestination(std::string name, std::uint32_t id);
+  void AddRemoteSource(const std::string& name, std::uint32_t id);
+  void AddRemoteDestination(const std::string& name, std::uint32_t id);
   // Withdraw an endpoint and tell the other devices; the last record of a port closes it. An
   // unknown id does nothing. They throw as the adds do, after the endpoint was withdrawn.
-  void RemoveRemoteSource(std::string name, std::uint32_t id);
-  void RemoveRemoteDestination(std::string name, std::uint32_t id);
+  void RemoveRemoteSource(const std::string& name, std::uint32_t id);
+  void RemoveRemoteDestination(const std::string& name, std::uint32_t id);
 
-  // Writes the device's bytes, exactly as received, into the port of the source with that id (the
-  // name is not compared). False when no port has it.
-  bool SendMidiToSourcePort(const std::uint8_t* data, std::uint32_t count, std::string name,
-                            std::uint32_t id);
+  // The port of the source with that id (names are not compared), or none. A port that is closed
+  // meanwhile swallows what is still sent into it.
+  SourcePort SourcePortWithId(std::uint32_t id) CORVALINT_EXCLUDES(midiLock);
 
   // 1 when a record of that name exists, else 0.
-  std::int32_t HasEndpointNamed(std::string name);
+  std::int32_t HasEndpointNamed(const std::string& name);
 
-  bool OwnsEndpoint(std::string ownerKey, std::string endpointName) override;
-  void SendMidiToDestination(std::string name, std::uint32_t id) override;
+  bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) override;
+  void SendMidiToDestination(std::string_view name, std::uint32_t id) override;
   std::vector<PublishedEndpoint> PublishedEndpoints() override;
-  void MidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  void MidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                     std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                    std::string key) override;
+                    const std::string& key) override;
 
   // Set while the device is away.
   std::atomic<bool> deviceDisconnected{false};

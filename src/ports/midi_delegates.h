@@ -11,9 +11,9 @@ class VirtualMidiDestinationDelegate {
   // `data` holds `count` bytes of whole MIDI messages for the duration of the call. `id` is the
   // device's unique id of the endpoint, `secondWord` is always 0, `timestamp` is host time in
   // nanoseconds, `deviceKey` names the device that announced the endpoint.
-  virtual void MidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  virtual void MidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                             std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                            std::string deviceKey) = 0;
+                            const std::string& deviceKey) = 0;
 
  protected:
   ~VirtualMidiDestinationDelegate() = default;
@@ -22,9 +22,10 @@ class VirtualMidiDestinationDelegate {
 // Receives the same from a device's manager of published endpoints, to pass it on to the device.
 class ExternalMidiManagerDelegate {
  public:
-  virtual void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
-                                    std::uint32_t id, std::uint32_t secondWord,
-                                    std::int64_t timestamp, std::string deviceKey) = 0;
+  virtual void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count,
+                                    const std::string& name, std::uint32_t id,
+                                    std::uint32_t secondWord, std::int64_t timestamp,
+                                    const std::string& deviceKey) = 0;
 
  protected:
   ~ExternalMidiManagerDelegate() = default;

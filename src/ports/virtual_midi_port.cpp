@@ -106,9 +106,10 @@ void VirtualMidiPort::Close() {
 }
 
 void VirtualMidiPort::SetOwner(VirtualMidiDestinationDelegate* owner, std::string key) {
+  auto shared = std::make_shared<const std::string>(std::move(key));
   CriticalSectionScope hold(lock);
   delegate = owner;
-  deviceKey = std::move(key);
+  deviceKey = std::move(shared);
 }
 
 void VirtualMidiPort::AddRecord(EndpointKind kind, std::string recordName, std::uint32_t id,
@@ -146,24 +147,23 @@ void VirtualMidiPort::SendData(const VirtualMidiEndpointRecord& record, const st
 }
 
 void VirtualMidiPort::MidiReceived(const std::uint8_t* data, std::uint32_t count,
-                                   std::string endpointName, std::uint32_t id,
+                                   const std::string& endpointName, std::uint32_t id,
                                    std::uint32_t secondWord, std::int64_t timestamp,
-                                   std::string /*recordKey*/) {
+                                   const std::string& /*recordKey*/) {
   VirtualMidiDestinationDelegate* owner;
-  std::string key;
+  std::shared_ptr<const std::string> key;
   {
     CriticalSectionScope hold(lock);
     owner = delegate;
     key = deviceKey;
   }
   if (owner == nullptr) return;
-  owner->MidiReceived(data, count, std::move(endpointName), id, secondWord, timestamp,
-                      std::move(key));
+  owner->MidiReceived(data, count, endpointName, id, secondWord, timestamp, *key);
 }
 
 std::string VirtualMidiPort::DeviceKey() const {
   CriticalSectionScope hold(lock);
-  return deviceKey;
+  return deviceKey != nullptr ? *deviceKey : std::string();
 }
 
 void virtualMidiDataCallback(VirtualMidiHandle /*handle*/, std::uint8_t* data, std::uint32_t length,

@@ -61,9 +61,9 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
                 std::uint32_t count) CORVALINT_EXCLUDES(sendLock);
 
   // Passes MIDI on to the owner with the port's own device key in place of the last argument.
-  void MidiReceived(const std::uint8_t* data, std::uint32_t count, std::string endpointName,
+  void MidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& endpointName,
                     std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                    std::string recordKey) override;
+                    const std::string& recordKey) override;
 
   const std::string& Name() const { return name; }
   std::string DeviceKey() const CORVALINT_EXCLUDES(lock);
@@ -80,7 +80,8 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
   mutable CriticalSection lock;
   std::shared_ptr<VirtualMidiEndpointRecord> sourceRecord CORVALINT_GUARDED_BY(lock);
   std::shared_ptr<VirtualMidiEndpointRecord> destinationRecord CORVALINT_GUARDED_BY(lock);
-  std::string deviceKey CORVALINT_GUARDED_BY(lock);
+  // Replaced, never changed, so that a callback can keep it without a copy.
+  std::shared_ptr<const std::string> deviceKey CORVALINT_GUARDED_BY(lock);
   VirtualMidiDestinationDelegate* delegate CORVALINT_GUARDED_BY(lock) = nullptr;
   std::atomic<VirtualMidiHandle> portHandle{nullptr};
 

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <exception>
 
+#include "clients/big_endian.h"
 #include "platform/clock.h"
-#include "protocol/big_endian.h"
 #include "service/console.h"
 #include "service/log.h"
 
@@ -15,7 +15,10 @@ namespace {
 
 constexpr std::uint32_t kReconnectMilliseconds = 5000;
 constexpr std::uint32_t kDisconnectPollMilliseconds = 10;
-constexpr std::size_t kReadAheadSize = 65536;
+// How much is received at once when less is asked for.
+constexpr std::size_t kReadAhead = 65536;
+constexpr std::size_t kCheapToMove = 512;
+constexpr std::size_t kReceiveBuffer = kMaximumPayload + 2 * kFrameHeaderSize;
 
 }  // namespace
 
@@ -23,8 +26,8 @@ BaseClientThread::BaseClientThread(UsbServer& usbServer, ExternalMidiManager& ma
     : server(usbServer),
       midiManager(manager),
       localPorts(std::make_unique<LocalOSCPortTable>(*this)),
-      frame(kMaximumPayload),
-      readAhead(kReadAheadSize) {
+      routes(manager),
+      received(std::make_unique_for_overwrite<char[]>(kReceiveBuffer)) {
   LogDebug("BaseClientThread created");
 }
 
@@ -59,12 +62,14 @@ int BaseClientThread::SendFramed(const void* data, std::uint32_t size) {
   return stream.Send(data, size);
 }
 
+int BaseClientThread::SendFrame(const Frame& frame) { return stream.SendFrame(frame); }
+
 void BaseClientThread::SendPacket(const void* data, std::uint64_t size) {
   SendFramed(data, static_cast<std::uint32_t>(size));
 }
 
 void BaseClientThread::OpenStream(int connectedSocket) {
-  readAheadBegin = readAheadEnd = 0;
+  receivedBegin = receivedEnd = 0;
   stream.Open(connectedSocket);
 }
 
@@ -83,55 +88,63 @@ void BaseClientThread::ReceiveFrame() {
     return;
   }
   if (!ReadWord(kind) || !ReadWord(tag)) return;
-  if (!Read(frame.data(), length)) return;
-  if (kind == kFrameKind) ParsePacket(length);
+  const char* const packet = Read(length);
+  if (packet != nullptr && kind == kFrameKind) ParsePacket(packet, length);
 }
 
 bool BaseClientThread::ReadWord(std::uint32_t& word) {
-  if (!Read(frame.data(), 4)) return false;
-  word = ReadBigEndian32(frame.data());
+  const char* const bytes = Read(4);
+  if (bytes == nullptr) return false;
+  word = ReadBigEndian32(bytes);
   return true;
 }
 
-// False when the stream has ended; it is disconnected then. A stop in the middle is no error, on
-// purpose: the bytes are taken as they stand.
-bool BaseClientThread::Read(char* target, std::size_t count) {
-  std::size_t read = TakeReadAhead(target, count);
-  while (read < count) {
-    if (read > 0 && (!running || !stream.IsOpen())) return true;
-    const int received = ReceiveSome(target + read, count - read);
-    if (received <= 0) {
-      ConsolePrint("Server disconnected: %ld\n", static_cast<long>(received));
-      PerformDisconnect();
-      return false;
+// The next bytes of the stream, valid until the next call. Null when the stream has ended; it is
+// disconnected then. A stop in the middle is no error, on purpose: the bytes are taken as they
+// stand, with zeroes for those that did not come.
+const char* BaseClientThread::Read(std::size_t count) {
+  while (receivedEnd - receivedBegin < count) {
+    if (receivedEnd > receivedBegin && (!running || !stream.IsOpen())) {
+      MakeRoom(count);
+      std::memset(received.get() + receivedEnd, 0, receivedBegin + count - receivedEnd);
+      receivedEnd = receivedBegin + count;
+      break;
     }
-    read += static_cast<std::size_t>(received);
+    const int more = ReceiveMore(count);
+    if (more <= 0) {
+      ConsolePrint("Server disconnected: %ld\n", static_cast<long>(more));
+      PerformDisconnect();
+      return nullptr;
+    }
+    receivedEnd += static_cast<std::size_t>(more);
   }
-  return true;
+  const char* const bytes = received.get() + receivedBegin;
+  receivedBegin += count;
+  return bytes;
 }
 
-// Receives what a small read asks for together with what follows it, so that a burst of small
-// frames costs one system call.
-int BaseClientThread::ReceiveSome(char* target, std::size_t count) {
-  if (count >= readAhead.size()) return stream.Receive(target, static_cast<int>(count));
-  const int received = stream.Receive(readAhead.data(), static_cast<int>(readAhead.size()));
-  if (received <= 0) return received;
-  readAheadBegin = 0;
-  readAheadEnd = static_cast<std::size_t>(received);
-  return static_cast<int>(TakeReadAhead(target, count));
+// Receives what is missing together with what follows it: a burst of small frames costs one system
+// call, a large one brings the header of the next.
+int BaseClientThread::ReceiveMore(std::size_t count) {
+  MakeRoom(std::max(count + kFrameHeaderSize, kReadAhead));
+  const std::size_t wanted = receivedBegin + std::max(count + kFrameHeaderSize, kReadAhead);
+  return stream.Receive(received.get() + receivedEnd, static_cast<int>(wanted - receivedEnd));
 }
 
-std::size_t BaseClientThread::TakeReadAhead(char* target, std::size_t count) {
-  const std::size_t taken = std::min(count, readAheadEnd - readAheadBegin);
-  std::memcpy(target, readAhead.data() + readAheadBegin, taken);
-  readAheadBegin += taken;
-  return taken;
+// Makes room for `count` bytes from the first unread one on. What is unread is a part of one frame;
+// it moves only if it is small or must.
+void BaseClientThread::MakeRoom(std::size_t count) {
+  const std::size_t unread = receivedEnd - receivedBegin;
+  if (unread > kCheapToMove && receivedBegin + count <= kReceiveBuffer) return;
+  std::memmove(received.get(), received.get() + receivedBegin, unread);
+  receivedBegin = 0;
+  receivedEnd = unread;
 }
 
 // A packet that cannot be read costs one line; the next frame is read as if nothing had been.
-void BaseClientThread::ParsePacket(std::uint32_t length) {
+void BaseClientThread::ParsePacket(const char* packet, std::uint32_t length) {
   try {
-    ProcessPacket(frame.data(), length, remoteEndpoint);
+    ProcessPacket(packet, length, remoteEndpoint);
   } catch (const std::exception& failure) {
     ConsolePrint("Error parsing message: %s\n", failure.what());
   }

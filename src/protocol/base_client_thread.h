@@ -5,13 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "clients/usb_server.h"
 #include "ports/external_midi_manager.h"
 #include "ports/local_osc_port_table.h"
 #include "protocol/clock_alignment.h"
+#include "protocol/device_midi.h"
 #include "protocol/device_stream.h"
+#include "protocol/midi_routes.h"
 #include "protocol/osc_arguments.h"
 #include "protocol/osc_listener.h"
 #include "service/cthread.h"
@@ -33,7 +34,11 @@ class BaseClientThread : public CThread,
   // The thread's body: frame after frame, reconnecting by itself, until `running` is cleared.
   std::uint32_t Run() override;
 
+  // A "/midi" by itself, which is nearly everything that comes, takes a shorter way.
+  void ProcessPacket(const char* data, std::size_t size, const RemoteEndpoint& endpoint) override;
+
   int SendFramed(const void* data, std::uint32_t size) override;
+  int SendFrame(const Frame& frame) override;
   void SendPacket(const void* data, std::uint64_t size) override;
   bool IsCrowded() override { return stream.IsCrowded(); }
   EndpointOwner& Owner() override { return midiManager; }
@@ -73,10 +78,10 @@ class BaseClientThread : public CThread,
  private:
   void ReceiveFrame();
   bool ReadWord(std::uint32_t& word);
-  bool Read(char* target, std::size_t count);
-  int ReceiveSome(char* target, std::size_t count);
-  std::size_t TakeReadAhead(char* target, std::size_t count);
-  void ParsePacket(std::uint32_t length);
+  const char* Read(std::size_t count);
+  int ReceiveMore(std::size_t count);
+  void MakeRoom(std::size_t count);
+  void ParsePacket(const char* packet, std::uint32_t length);
 
   void Dispatch(const osc::ReceivedMessage& message, std::int64_t now);
   bool OscPortMessage(const osc::ReceivedMessage& message, OscArguments& arguments);
@@ -85,6 +90,7 @@ class BaseClientThread : public CThread,
   void NoteOscPortReport(OscArguments& arguments);
   void SendThroughOscPort(OscArguments& arguments);
   void MidiFromDevice(OscArguments& arguments);
+  void SendOn(const DeviceMidi& midi);
   void InitTiming(OscArguments& arguments);
   void UpdateTiming(OscArguments& arguments, std::int64_t now);
   void AddRemoteSource(OscArguments& arguments);
@@ -94,10 +100,11 @@ class BaseClientThread : public CThread,
 
   // All of these belong to the client's own thread.
   ClockAlignment clock;
-  std::vector<char> frame;      // header words first, then the payload over them
-  std::vector<char> readAhead;  // what one receive gave beyond what was asked for
-  std::size_t readAheadBegin = 0;
-  std::size_t readAheadEnd = 0;
+  MidiRoutes routes;
+  // What was received and not read yet lies between the two marks; packets are read where they lie.
+  const std::unique_ptr<char[]> received;
+  std::size_t receivedBegin = 0;
+  std::size_t receivedEnd = 0;
 };
 
 }  // namespace corvalint

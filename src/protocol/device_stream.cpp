@@ -5,7 +5,6 @@
 
 #include "platform/clock.h"
 #include "platform/socket.h"
-#include "protocol/big_endian.h"
 #include "service/log.h"
 
 namespace corvalint {
@@ -25,7 +24,8 @@ bool WorthAnotherTry() {
 }  // namespace
 
 DeviceStream::DeviceStream()
-    : staging(kFrameHeaderSize + kMaximumPayload), waker(Use<SocketApi>().openWaker()) {}
+    : staging(std::make_unique_for_overwrite<char[]>(kFrameHeaderSize + kMaximumPayload)),
+      waker(Use<SocketApi>().openWaker()) {}
 
 DeviceStream::~DeviceStream() {
   Close();
@@ -70,29 +70,35 @@ bool DeviceStream::Close() {
 int DeviceStream::Send(const void* data, std::uint32_t size) {
   if (size > kMaximumPayload) return -1;  // no receiver would accept it
   CriticalSectionScope hold(lock);
+  WriteFrameHeader(staging.get(), size);
+  if (size > 0) std::memcpy(staging.get() + kFrameHeaderSize, data, size);
+  return SendOrKeep({staging.get(), size});
+}
+
+int DeviceStream::SendFrame(const Frame& frame) {
+  CriticalSectionScope hold(lock);
+  return SendOrKeep(frame);
+}
+
+int DeviceStream::SendOrKeep(const Frame& frame) {
   const int open = socket;
   if (open <= 0) return -1;
-  WriteBigEndian32(staging.data(), size);
-  WriteBigEndian32(staging.data() + 4, kFrameKind);
-  WriteBigEndian32(staging.data() + 8, kFrameTag);
-  if (size > 0) std::memcpy(staging.data() + kFrameHeaderSize, data, size);
-  const std::size_t total = kFrameHeaderSize + size;
-
-  if (HasKept() && !SendKept(open)) {
+  const std::size_t total = frame.Size();
+  if (HasKept() && SendKept(open) != Kept::sent) {
     if (kept.size() - keptBegin + total > kMostKept) {
       ++dropped;
       return -1;
     }
-    Keep(staging.data(), total);
+    Keep(frame.header, total);
     return static_cast<int>(total);
   }
-  int taken = Use<SocketApi>().send(open, staging.data(), static_cast<int>(total));
+  int taken = Use<SocketApi>().send(open, frame.header, static_cast<int>(total));
   if (taken < 0) {
     if (!WorthAnotherTry()) return -1;  // the receiving thread finds the stream broken
     taken = 0;
   }
   if (static_cast<std::size_t>(taken) < total) {
-    Keep(staging.data() + taken, total - static_cast<std::size_t>(taken));
+    Keep(frame.header + taken, total - static_cast<std::size_t>(taken));
     if (waker != 0) Use<SocketApi>().wake(waker);
   }
   return static_cast<int>(total);
@@ -107,6 +113,7 @@ int DeviceStream::Receive(void* data, int size) {
     receiving = true;
   }
   const int received = ReceiveFrom(open, data, size);
+  moreWaits = received == size;
   {
     CriticalSectionScope hold(lock);
     receiving = false;
@@ -117,7 +124,17 @@ int DeviceStream::Receive(void* data, int size) {
   return received;
 }
 
+// In the middle of a burst there is nothing to wait for.
 int DeviceStream::ReceiveFrom(int open, void* data, int size) {
+  if (moreWaits && !WantsToSend()) {
+    const int received = Use<SocketApi>().receive(open, data, size);
+    if (socket != open) return -1;
+    if (received >= 0 || !WorthAnotherTry()) return received;
+  }
+  return WaitAndReceive(open, data, size);
+}
+
+int DeviceStream::WaitAndReceive(int open, void* data, int size) {
   const SocketApi& sockets = Use<SocketApi>();
   for (;;) {
     const SocketReadiness ready = sockets.wait(open, WantsToSend(), waker);
@@ -131,7 +148,7 @@ int DeviceStream::ReceiveFrom(int open, void* data, int size) {
       bool broken = false;
       {
         CriticalSectionScope hold(lock);
-        if (socket == open) broken = !SendKept(open) && sendFailed;
+        if (socket == open) broken = SendKept(open) == Kept::failed;
       }
       // What is kept begins inside a frame, so nothing else can follow; and a wait for such a
       // stream would end at once for ever. What the device had sent before is read first.
@@ -148,17 +165,16 @@ int DeviceStream::ReceiveFrom(int open, void* data, int size) {
   }
 }
 
-// True when nothing is left.
-bool DeviceStream::SendKept(int open) {
-  if (!HasKept()) return true;
+DeviceStream::Kept DeviceStream::SendKept(int open) {
+  if (!HasKept()) return Kept::sent;
   const std::size_t count = kept.size() - keptBegin;
   const int taken = Use<SocketApi>().send(open, kept.data() + keptBegin, static_cast<int>(count));
-  sendFailed = taken < 0 && !WorthAnotherTry();
-  if (taken > 0) keptBegin += static_cast<std::size_t>(taken);
-  if (HasKept()) return false;
+  if (taken < 0) return WorthAnotherTry() ? Kept::waits : Kept::failed;
+  keptBegin += static_cast<std::size_t>(taken);
+  if (HasKept()) return Kept::waits;
   kept.clear();
   keptBegin = 0;
-  return true;
+  return Kept::sent;
 }
 
 void DeviceStream::Keep(const char* bytes, std::size_t count) {
@@ -172,7 +188,7 @@ void DeviceStream::Keep(const char* bytes, std::size_t count) {
 bool DeviceStream::IsCrowded() {
   CriticalSectionScope hold(lock);
   const int open = socket;
-  if (open <= 0 || SendKept(open)) return false;
+  if (open <= 0 || SendKept(open) == Kept::sent) return false;
   return kept.size() - keptBegin > kCrowded;
 }
 

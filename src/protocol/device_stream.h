@@ -3,24 +3,18 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "clients/frame.h"
 #include "platform/critical_section.h"
 
 namespace corvalint {
-
-inline constexpr std::size_t kFrameHeaderSize = 12;
-inline constexpr std::uint32_t kMaximumPayload = 131072;
-// Sent as the frame's second and third word; frames of another kind are dropped on receipt.
-inline constexpr std::uint32_t kFrameKind = 2;
-inline constexpr std::uint32_t kFrameTag = 2;
 
 // The byte stream to one device: many threads send frames, one thread receives, any thread closes.
 // A frame goes out whole or not at all: what a full stream did not take is kept and goes out before
 // anything else; once much is kept, further frames are dropped whole. Nothing here blocks but
 // Receive.
-//
-// Frame, all words big-endian:  uint32 length (1 to 131072) | uint32 2 | uint32 2 | payload
 class DeviceStream {
  public:
   DeviceStream();
@@ -38,8 +32,11 @@ class DeviceStream {
   // again under a waiting thread.
   bool Close() CORVALINT_EXCLUDES(lock);
 
-  // Bytes handed over, header included, or -1: closed, too large, dropped or failed.
+  // Sends a frame with this payload. Bytes handed over, header included, or -1: closed, too large,
+  // dropped or failed.
   int Send(const void* data, std::uint32_t size) CORVALINT_EXCLUDES(lock);
+  // The same for a whole frame.
+  int SendFrame(const Frame& frame) CORVALINT_EXCLUDES(lock);
 
   // Whether so much is kept, after another try to send it, that what can wait should: the rest of
   // the room is for those who cannot. False while closed. Never blocks.
@@ -51,7 +48,13 @@ class DeviceStream {
 
  private:
   int ReceiveFrom(int open, void* data, int size) CORVALINT_EXCLUDES(lock);
-  bool SendKept(int open) CORVALINT_REQUIRES(lock);
+  int WaitAndReceive(int open, void* data, int size) CORVALINT_EXCLUDES(lock);
+  // What became of the bytes that were kept: all are sent, the stream takes no more now, or it
+  // failed in a way that another try would not mend.
+  enum class Kept { sent, waits, failed };
+
+  int SendOrKeep(const Frame& frame) CORVALINT_REQUIRES(lock);
+  Kept SendKept(int open) CORVALINT_REQUIRES(lock);
   void Keep(const char* bytes, std::size_t count) CORVALINT_REQUIRES(lock);
   bool HasKept() const CORVALINT_REQUIRES(lock) { return keptBegin < kept.size(); }
   bool WantsToSend() CORVALINT_EXCLUDES(lock);
@@ -61,12 +64,11 @@ class DeviceStream {
   CriticalSection lock;
   std::atomic<int> socket{0};  // 0 while closed; written under the lock
   bool receiving CORVALINT_GUARDED_BY(lock) = false;
+  bool moreWaits = false;  // the last receive got all that it asked for; receiving thread
   int closeAfterReceive CORVALINT_GUARDED_BY(lock) = 0;
-  std::vector<char> staging CORVALINT_GUARDED_BY(lock);
+  const std::unique_ptr<char[]> staging CORVALINT_GUARDED_BY(lock);
   std::vector<char> kept CORVALINT_GUARDED_BY(lock);  // has its full room while the stream is open
   std::size_t keptBegin CORVALINT_GUARDED_BY(lock) = 0;
-  // The last try to send what was kept failed in a way that another one would not mend.
-  bool sendFailed CORVALINT_GUARDED_BY(lock) = false;
   std::uint64_t dropped CORVALINT_GUARDED_BY(lock) = 0;  // frames since the last report
 
   // Ends a wait of the receiving thread; 0 when it could not be had, the stream works without. The

@@ -32,6 +32,13 @@ class Reply {
 
 }  // namespace
 
+void BaseClientThread::ProcessPacket(const char* data, std::size_t size,
+                                     const RemoteEndpoint& endpoint) {
+  DeviceMidi midi{};
+  if (ReadDeviceMidi(data, size, midi)) return SendOn(midi);
+  OscListener::ProcessPacket(data, size, endpoint);
+}
+
 // A missing or wrong argument costs one message: the rest of its bundle still runs. A malformed one
 // ends its packet.
 void BaseClientThread::ProcessMessage(const osc::ReceivedMessage& message,
@@ -59,22 +66,30 @@ void BaseClientThread::Dispatch(const osc::ReceivedMessage& message, std::int64_
   // Anything else is ignored without a line.
 }
 
+void BaseClientThread::MidiFromDevice(OscArguments& arguments) {
+  DeviceMidi midi{};
+  midi.name = arguments.String();
+  midi.id = arguments.Int32();
+  midi.deviceTime = arguments.Int64();
+  const OscBlob blob = arguments.Blob();
+  midi.data = blob.data;
+  midi.size = blob.size;
+  SendOn(midi);
+}
+
 // The bytes go to the device's own published port of that id and to every desktop destination of
 // that id, both; whatever no destination took goes to the other devices as well.
-void BaseClientThread::MidiFromDevice(OscArguments& arguments) {
-  const char* const name = arguments.String();
-  const std::int32_t id = arguments.Int32();
-  const std::int64_t deviceTime = arguments.Int64();
-  const OscBlob midi = arguments.Blob();
-
-  const std::int64_t timestamp = WrappingAdd(clock.midiTimeOffset, deviceTime);
-  const bool portTookIt =
-      midiManager.SendMidiToSourcePort(midi.data, midi.size, name, static_cast<std::uint32_t>(id));
-  const bool destinationTookIt =
-      SendToMidiDestinations(GetMidiEndpointRegistry(), midi.data, midi.size, name, id);
-  if (!portTookIt) server.NotifyOtherManagers(name, id, *this);
-  if (!destinationTookIt) {
-    server.RelayMidiToOthers(midi.data, midi.size, name, id, *this, timestamp);
+void BaseClientThread::SendOn(const DeviceMidi& midi) {
+  MidiRoute& route = routes.To(midi.id);
+  if (route.source) route.source.Send(midi.data, midi.size);
+  const bool taken = SendToMidiDestinations(route.destinations, midi.data, midi.size);
+  if (!route.source && !route.othersNotified) {
+    server.NotifyOtherManagers(midi.name, midi.id, *this);
+    route.othersNotified = true;
+  }
+  if (!taken) {
+    server.RelayMidiToOthers(midi.data, midi.size, midi.name, midi.id, *this,
+                             WrappingAdd(clock.midiTimeOffset, midi.deviceTime));
   }
 }
 

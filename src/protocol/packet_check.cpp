@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint {
 
@@ -23,14 +23,10 @@ struct Rest {
     size -= count;
   }
 
-  // A text with its zero byte, filled up to a multiple of four bytes. The OSC library looks for the
-  // end at every fourth byte only, whatever stands between, so this does too.
   void SkipText(const char* complaint) {
-    if (size >= 4 && at[0] == '\0') return Skip(4);
-    std::size_t last = 3;
-    while (last < size && at[last] != '\0') last += 4;
-    if (last >= size) throw osc::MalformedMessageException(complaint);
-    Skip(last + 1);
+    const std::size_t text = OscTextSize(at, size);
+    if (text == 0) throw osc::MalformedMessageException(complaint);
+    Skip(text);
   }
 
   void SkipBlob() {
@@ -65,6 +61,15 @@ void CheckArgument(char typeTag, Rest& arguments) {
 }
 
 }  // namespace
+
+// The OSC library looks for the end at every fourth byte only, whatever stands between, so this
+// does too.
+std::size_t OscTextSize(const char* text, std::size_t size) {
+  if (size >= 4 && text[0] == '\0') return 4;
+  std::size_t last = 3;
+  while (last < size && text[last] != '\0') last += 4;
+  return last < size ? last + 1 : 0;
+}
 
 void CheckMessage(const char* message, std::size_t size) {
   if (size == 0) return;

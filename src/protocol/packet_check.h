@@ -4,6 +4,10 @@
 
 namespace corvalint {
 
+// The bytes that an OSC text with its zero byte and its padding takes at the front of `size` bytes;
+// 0 when it does not end in them.
+std::size_t OscTextSize(const char* text, std::size_t size);
+
 // The OSC library is given only what these let pass: every size and offset that a packet claims
 // lies inside it. What is wrong in other ways is left to that library to refuse.
 

@@ -165,7 +165,7 @@ UsbClientThread* UsbServerThread::BorrowClientOf(DeviceHandle device) {
 
 // Also asks the managers of devices that are away. A hold of `midiLock` that the test leaves behind
 // is given back at once.
-bool UsbServerThread::AnyManagerOwns(std::string endpointName) {
+bool UsbServerThread::AnyManagerOwns(const std::string& endpointName) {
   CriticalSection* const lock = midiLock.load(std::memory_order_acquire);
   if (lock == nullptr) return false;
   std::vector<ExternalMidiManager*> asked;

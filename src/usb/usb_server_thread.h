@@ -27,7 +27,7 @@ class UsbServerThread final : public CThread, public UsbServer {
   // until `running` is cleared. Returns what unsubscribing returns.
   std::uint32_t Run() override;
 
-  bool AnyManagerOwns(std::string endpointName) override;
+  bool AnyManagerOwns(const std::string& endpointName) override;
   void BeginDesktopScan() override { desktopNames.BeginScan(); }
   void EndDesktopScan() override { desktopNames.EndScan(); }
 

@@ -13,7 +13,7 @@ class MidiDelegate {
  public:
   // `length` bytes that an open source received, on winmm's callback thread; `timestamp` is host
   // time in nanoseconds. A length of 0 is an empty buffer that came back.
-  virtual void MidiReceived(const std::uint8_t* data, std::int32_t length, std::string name,
+  virtual void MidiReceived(const std::uint8_t* data, std::int32_t length, const std::string& name,
                             std::int32_t uniqueId, std::uint64_t timestamp) = 0;
   virtual void SourceAdded(const MidiEndpoint& source) = 0;
   virtual void SourceRemoved(const MidiEndpoint& source) = 0;

@@ -30,7 +30,7 @@ void PrintFailure(MidiResult result) {
 class SendingScope {
  public:
   explicit SendingScope(std::atomic<bool>& flag) : sending(flag) { sending = true; }
-  ~SendingScope() { sending = false; }
+  ~SendingScope() { sending.store(false, std::memory_order_release); }
   SendingScope(const SendingScope&) = delete;
   SendingScope& operator=(const SendingScope&) = delete;
 
@@ -109,14 +109,10 @@ void CloseMidiDestination(MidiDestinationEndpoint& destination) {
   destination.closing = false;
 }
 
-bool SendToMidiDestinations(MidiEndpointRegistry& registry, const std::uint8_t* data,
-                            std::uint32_t length, std::string /*name*/, std::int32_t uniqueId) {
-  std::size_t matches = 0;
-  while (const auto destination = registry.DestinationWithId(uniqueId, matches)) {
-    SendLongMidi(*destination, data, length);
-    ++matches;
-  }
-  return matches > 0;
+bool SendToMidiDestinations(const std::vector<MidiDestinationPointer>& destinations,
+                            const std::uint8_t* data, std::uint32_t length) {
+  for (const auto& destination : destinations) SendLongMidi(*destination, data, length);
+  return !destinations.empty();
 }
 
 void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data,
@@ -129,7 +125,8 @@ void SendLongMidi(MidiDestinationEndpoint& destination, const std::uint8_t* data
     MidiOutputBlock& block = *destination.block;
     // The driver reads from the block's own copy, which outlives a driver that does not give it
     // back.
-    block.data.assign(data, data + length);
+    const auto* const bytes = reinterpret_cast<const char*>(data);
+    block.data.assign(bytes, bytes + length);  // of one type, so that it is one copy
     block.header = MidiHeader{};
     block.header.data = block.data.data();
     block.header.bufferLength = length;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <vector>
 
 #include "platform/winmm_api.h"
 #include "winmidi/midi_endpoint_registry.h"
@@ -17,11 +17,10 @@ MidiResult OpenMidiDestination(MidiEndpointRegistry& registry, MidiDestinationEn
 // is cut short first. The registry's device lock is held.
 void CloseMidiDestination(MidiDestinationEndpoint& destination);
 
-// Writes MIDI to every destination with that unique id, open or not, in the order of the list; true
-// when there was one. The name is not used. Blocks until the driver has given the bytes back. Any
-// thread that may wait, holding no lock.
-bool SendToMidiDestinations(MidiEndpointRegistry& registry, const std::uint8_t* data,
-                            std::uint32_t length, std::string name, std::int32_t uniqueId);
+// Writes MIDI to every one of the destinations, open or not, in their order; true when there was
+// one. Blocks until the driver has given the bytes back. Any thread that may wait, holding no lock.
+bool SendToMidiDestinations(const std::vector<MidiDestinationPointer>& destinations,
+                            const std::uint8_t* data, std::uint32_t length);
 
 // Writes one block to one destination, as a long message whatever its length. A destination that is
 // closed fails as winmm fails for a null handle; a failure prints winmm's name for it.

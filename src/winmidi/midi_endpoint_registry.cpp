@@ -23,12 +23,11 @@ auto At(const List& list, std::int32_t position) {
   return list[static_cast<std::size_t>(position)];
 }
 
-// The match after `skip` others, null when there are no more. Ids can repeat in theory; the first
-// match wins.
+// Ids can repeat in theory; the first match wins.
 template <class List>
-typename List::value_type WithId(const List& list, std::int32_t id, std::size_t skip) {
+typename List::value_type WithId(const List& list, std::int32_t id) {
   for (const auto& endpoint : list) {
-    if (endpoint->uniqueId == id && skip-- == 0) return endpoint;
+    if (endpoint->uniqueId == id) return endpoint;
   }
   return nullptr;
 }
@@ -94,13 +93,22 @@ MidiDestinationPointer MidiEndpointRegistry::DestinationAt(std::int32_t position
 
 MidiSourcePointer MidiEndpointRegistry::SourceWithId(std::int32_t id) const {
   CriticalSectionScope hold(listLock);
-  return WithId(sources, id, 0);
+  return WithId(sources, id);
 }
 
-MidiDestinationPointer MidiEndpointRegistry::DestinationWithId(std::int32_t id,
-                                                               std::size_t skip) const {
+MidiDestinationPointer MidiEndpointRegistry::DestinationWithId(std::int32_t id) const {
   CriticalSectionScope hold(listLock);
-  return WithId(destinations, id, skip);
+  return WithId(destinations, id);
+}
+
+std::vector<MidiDestinationPointer> MidiEndpointRegistry::DestinationsWithId(
+    std::int32_t id) const {
+  std::vector<MidiDestinationPointer> matches;
+  CriticalSectionScope hold(listLock);
+  for (const auto& destination : destinations) {
+    if (destination->uniqueId == id) matches.push_back(destination);
+  }
+  return matches;
 }
 
 // The flag is turned before the device is tried: an open that fails leaves the endpoint off, and

@@ -35,9 +35,11 @@ class MidiEndpointRegistry {
   MidiSourcePointer SourceAt(std::int32_t position) const CORVALINT_EXCLUDES(listLock);
   MidiDestinationPointer DestinationAt(std::int32_t position) const CORVALINT_EXCLUDES(listLock);
 
-  // The first endpoint with that id, or null. `skip` leaves out that many matches first.
+  // The first endpoint with that id, or null.
   MidiSourcePointer SourceWithId(std::int32_t id) const CORVALINT_EXCLUDES(listLock);
-  MidiDestinationPointer DestinationWithId(std::int32_t id, std::size_t skip = 0) const
+  MidiDestinationPointer DestinationWithId(std::int32_t id) const CORVALINT_EXCLUDES(listLock);
+  // Every destination with that id, in the order of the list.
+  std::vector<MidiDestinationPointer> DestinationsWithId(std::int32_t id) const
       CORVALINT_EXCLUDES(listLock);
 
   // Switches the endpoint with that id on when it is off, and off when it is on; opens or closes
@@ -57,7 +59,7 @@ class MidiEndpointRegistry {
   // The controller, once the first device connection has made it.
   std::atomic<MidiDelegate*> delegate{nullptr};
 
-  // Leaf: guards the two lists.
+  // Leaf: guards the two lists. Whoever changes the destinations notes it in `routeChanges`.
   mutable CriticalSection listLock;
   std::vector<MidiSourcePointer> sources CORVALINT_GUARDED_BY(listLock);
   std::vector<MidiDestinationPointer> destinations CORVALINT_GUARDED_BY(listLock);

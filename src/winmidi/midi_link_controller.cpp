@@ -1,18 +1,17 @@
 #include "winmidi/midi_link_controller.h"
 
 #include <atomic>
-#include <utility>
 
 #include "clients/usb_server.h"
 
 namespace corvalint {
 
 void MidiLinkController::MidiReceived(const std::uint8_t* data, std::int32_t length,
-                                      std::string name, std::int32_t uniqueId,
+                                      const std::string& name, std::int32_t uniqueId,
                                       std::uint64_t timestamp) {
   UsbServer* const server = theUsbServer;
   if (server == nullptr || length <= 0) return;
-  server->SendMidiToAll(data, static_cast<std::uint32_t>(length), std::move(name), uniqueId,
+  server->SendMidiToAll(data, static_cast<std::uint32_t>(length), name, uniqueId,
                         static_cast<std::int64_t>(timestamp));
 }
 
@@ -41,13 +40,12 @@ void MidiLinkController::DestinationRemoved(const MidiEndpoint& destination) {
 }
 
 void MidiLinkController::ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count,
-                                              std::string name, std::uint32_t id,
+                                              const std::string& name, std::uint32_t id,
                                               std::uint32_t /*secondWord*/, std::int64_t timestamp,
-                                              std::string deviceKey) {
+                                              const std::string& deviceKey) {
   UsbServer* const server = theUsbServer;
   if (server == nullptr) return;
-  server->SendMidiToOwners(data, count, std::move(name), static_cast<std::int32_t>(id), timestamp,
-                           std::move(deviceKey));
+  server->SendMidiToOwners(data, count, name, static_cast<std::int32_t>(id), timestamp, deviceKey);
 }
 
 MidiLinkController& GetMidiLinkController() {

@@ -16,7 +16,7 @@ class MidiLinkController final : public ExternalMidiManagerDelegate, public Midi
   explicit MidiLinkController(MidiEndpointRegistry& midiRegistry) : registry(midiRegistry) {}
 
   // "/midi" to every device; nothing for a length of 0.
-  void MidiReceived(const std::uint8_t* data, std::int32_t length, std::string name,
+  void MidiReceived(const std::uint8_t* data, std::int32_t length, const std::string& name,
                     std::int32_t uniqueId, std::uint64_t timestamp) override;
   // The added ones are announced only if they are on, the removed ones always.
   void SourceAdded(const MidiEndpoint& source) override;
@@ -25,9 +25,9 @@ class MidiLinkController final : public ExternalMidiManagerDelegate, public Midi
   void DestinationRemoved(const MidiEndpoint& destination) override;
 
   // "/midi" to the devices that own the published port.
-  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                             std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                            std::string deviceKey) override;
+                            const std::string& deviceKey) override;
 
   MidiEndpointRegistry& Registry() { return registry; }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "clients/route_changes.h"
 #include "clients/usb_server.h"
 #include "service/console.h"
 #include "service/host_time.h"
@@ -102,6 +103,7 @@ void MatchOutputs(MidiEndpointRegistry& registry, UsbServer& server,
     Fill(*destination, device);
     destination->uniqueId = NewDestinationId(device.index);
     registry.destinations.push_back(destination);
+    routeChanges.Note();
     lines.Add("found destination with unique_id: %d || %s\n", destination->uniqueId,
               device.name.c_str());
   }
@@ -191,6 +193,7 @@ void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& mi
     lostDestinations.reserve(registry.destinations.size());
     lostSources.reserve(registry.sources.size());
     TakeVanished(registry.destinations, lostDestinations);
+    if (!lostDestinations.empty()) routeChanges.Note();
     TakeVanished(registry.sources, lostSources);
   }
   lines.Print();

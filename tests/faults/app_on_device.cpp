@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <utility>
 
+#include "clients/big_endian.h"
 #include "failing_tables.h"
 #include "fault_plan.h"
-#include "protocol/big_endian.h"
 #include "support/stream_peer.h"
 
 namespace corvalint::faults {

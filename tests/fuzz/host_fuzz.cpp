@@ -41,7 +41,7 @@ const std::array<std::vector<Endpoint>, 2> kAtTheBeginning = {{
 
 class Recorder final : public MidiDelegate {
  public:
-  void MidiReceived(const std::uint8_t* data, std::int32_t length, std::string name,
+  void MidiReceived(const std::uint8_t* data, std::int32_t length, const std::string& name,
                     std::int32_t uniqueId, std::uint64_t) override {
     received = std::string(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
     receivedFrom = name + std::to_string(uniqueId);
@@ -274,9 +274,9 @@ class Host {
     const int id = TakeId(input, sides[1]);
     const std::string bytes(input.Bytes(input.Byte()));
     desk.sent.clear();
-    const bool found =
-        SendToMidiDestinations(registry, reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                               static_cast<std::uint32_t>(bytes.size()), "any name", id);
+    const bool found = SendToMidiDestinations(registry.DestinationsWithId(id),
+                                              reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                              static_cast<std::uint32_t>(bytes.size()));
     Check(found == (Find(sides[1], id) != nullptr), "an output with that id");
     std::size_t sent = 0;
     for (const Endpoint& endpoint : sides[1]) sent += endpoint.id == id && endpoint.on ? 1 : 0;

@@ -11,6 +11,7 @@
 
 #include "fuzz/support/check.h"
 #include "fuzz/support/osc_model.h"
+#include "protocol/device_midi.h"
 #include "protocol/osc_arguments.h"
 #include "protocol/osc_listener.h"
 
@@ -35,6 +36,7 @@ class Follower final : public OscListener {
     } catch (const osc::MalformedMessageException&) {
       accepted = false;
     }
+    CompareShortWay(whole);
     Check(accepted == whole, accepted ? "a wrong packet was accepted" : "a packet was refused");
     Check(next == expected.size(), "fewer messages and bundles than the packet has");
   }
@@ -64,6 +66,24 @@ class Follower final : public OscListener {
   }
 
  private:
+  // A packet that goes the short way of a "/midi" is one whole message, read to the same values.
+  void CompareShortWay(bool whole) {
+    DeviceMidi midi{};
+    if (!ReadDeviceMidi(packet.data(), packet.size(), midi)) return;
+    Check(whole && expected.size() == 1 && expected[0].kind == OscEvent::message,
+          "the short way took what is no message");
+    Check(ReadOscMessage(packet, arguments) && arguments.size() == 4, "the short way's arguments");
+    const auto value = [&](std::size_t i) {
+      return packet.substr(arguments[i].at, arguments[i].size);
+    };
+    Check(midi.name == value(0).data() && std::strlen(midi.name) == value(0).size(), "name");
+    Check(static_cast<std::uint32_t>(midi.id) == OscNumber(value(1)), "id");
+    Check(static_cast<std::uint64_t>(midi.deviceTime) == OscNumber(value(2)), "time");
+    Check(
+        reinterpret_cast<const char*>(midi.data) == value(3).data() && midi.size == value(3).size(),
+        "bytes");
+  }
+
   const OscEvent& Next(OscEvent::Kind kind) {
     Check(next < expected.size(), "more messages and bundles than the packet has");
     const OscEvent& event = expected[next++];

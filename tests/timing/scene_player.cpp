@@ -38,6 +38,9 @@ class SceneClient final : public BaseClientThread {
     sent.append(static_cast<const char*>(data), size);
     return static_cast<int>(size);
   }
+  int SendFrame(const Frame& packet) override {
+    return SendFramed(packet.Payload(), packet.payloadSize);
+  }
   void Take(const std::string& packet) {
     ProcessPacket(packet.data(), packet.size(), RemoteEndpoint{});
   }

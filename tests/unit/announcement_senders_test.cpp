@@ -20,7 +20,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using namespace std::string_literals;
 
-using Sender = void (UsbServer::*)(std::string, std::int32_t, std::string);
+using Sender = void (UsbServer::*)(const std::string&, std::int32_t, const std::string&);
 
 struct Case {
   Sender send;

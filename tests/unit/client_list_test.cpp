@@ -23,6 +23,20 @@ std::vector<DeviceClient*> Walked(const ClientList& list) {
   return {walk.begin(), walk.end()};
 }
 
+TEST(ClientList, HasOnlyTheClientThatIsAloneInIt) {
+  ClientList list;
+  test::RecordingClient one, other;
+  EXPECT_FALSE(list.HasOnly(one));
+  list.Append(one);
+  EXPECT_TRUE(list.HasOnly(one));
+  EXPECT_FALSE(list.HasOnly(other));
+  list.Append(other);
+  EXPECT_FALSE(list.HasOnly(one));
+  list.Remove(one);
+  EXPECT_FALSE(list.HasOnly(one));
+  EXPECT_TRUE(list.HasOnly(other));
+}
+
 TEST(BorrowGate, LetsBorrowersInUntilItIsClosed) {
   BorrowGate gate;
   EXPECT_FALSE(gate.Drained());

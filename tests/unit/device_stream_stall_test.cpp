@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "clients/big_endian.h"
 #include "ports/desktop_names.h"
-#include "protocol/big_endian.h"
 #include "support/console_capture.h"
 #include "support/fake_clock.h"
 #include "support/heap_bytes.h"

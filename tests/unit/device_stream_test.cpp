@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "clients/big_endian.h"
 #include "platform/socket.h"
-#include "protocol/big_endian.h"
 #include "support/fake_clock.h"
 #include "support/log_capture.h"
 #include "support/scripted_sockets.h"
@@ -74,6 +74,15 @@ class DeviceStreamTest : public testing::Test {
 TEST_F(DeviceStreamTest, AFrameIsLengthTwoTwoAndPayload) {
   EXPECT_EQ(Send("/abc"), 16);
   EXPECT_EQ(peer->Receive(16), std::string("\0\0\0\4\0\0\0\2\0\0\0\2/abc", 16));
+}
+
+TEST_F(DeviceStreamTest, AFrameThatIsWholeGoesOutAsItIs) {
+  const std::string bytes("\0\0\0\4\0\0\0\2\0\0\0\2/abc", 16);
+  EXPECT_EQ(stream->SendFrame({bytes.data(), 4}), 16);
+  EXPECT_EQ(peer->Receive(16), bytes);
+  EXPECT_EQ(sockets.Sends(), std::vector<int>{16});
+  stream->Close();
+  EXPECT_EQ(stream->SendFrame({bytes.data(), 4}), -1);
 }
 
 TEST_F(DeviceStreamTest, AFrameGoesOutInOneSend) {
@@ -236,6 +245,45 @@ TEST_F(DeviceStreamTest, ReceiveGivesNoMoreThanAskedFor) {
   char buffer[8] = {};
   EXPECT_EQ(stream->Receive(buffer, 4), 4);
   EXPECT_STREQ(buffer, "abcd");
+}
+
+// What follows a receive that got all it asked for is there already, most likely.
+TEST_F(DeviceStreamTest, InABurstNothingIsWaitedFor) {
+  int waits = 0;
+  sockets.BeforeWait([&] { ++waits; });
+  peer->Send("abcdefgh");
+  char buffer[4] = {};
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  EXPECT_EQ(waits, 1);
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  EXPECT_EQ(std::string(buffer, 4), "efgh");
+  EXPECT_EQ(waits, 1);
+  sockets.BeforeWait([&] { peer->Send("i"); });
+  EXPECT_EQ(stream->Receive(buffer, 4), 1);
+}
+
+TEST_F(DeviceStreamTest, WhatWasKeptGoesOutInTheMiddleOfABurst) {
+  peer->Send("abcdefgh");
+  char buffer[4] = {};
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  sockets.SendAnswers({{0, SocketError::wouldBlock}});
+  Send("waiting");
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  EXPECT_EQ(peer->ReceiveFrame(), "waiting");
+}
+
+TEST_F(DeviceStreamTest, ABurstThatEndsWithTheStreamOrAFailureSaysSo) {
+  peer->Send("abcd");
+  peer->Close();
+  char buffer[4] = {};
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  EXPECT_EQ(stream->Receive(buffer, 4), 0);
+  stream->Close();
+  Connect();
+  peer->Send("abcd");
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  sockets.ReceiveErrors({SocketError::other});
+  EXPECT_EQ(stream->Receive(buffer, 4), -1);
 }
 
 TEST_F(DeviceStreamTest, TheEndOfTheStreamIsZero) {

@@ -13,12 +13,14 @@
 #include "support/console_capture.h"
 #include "support/fake_virtual_midi.h"
 #include "support/recording_client.h"
+#include "support/source_port.h"
 #include "support/test_server.h"
 
 namespace corvalint {
 namespace {
 
 using test::EndpointMessage;
+using test::SendToSourcePort;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -27,9 +29,9 @@ constexpr std::uint8_t kNote[] = {0x90, 0x3C, 0x64};
 // A function in place of the controller.
 class Controller final : public ExternalMidiManagerDelegate {
  public:
-  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                             std::uint32_t id, std::uint32_t, std::int64_t timestamp,
-                            std::string deviceKey) override {
+                            const std::string& deviceKey) override {
     if (whenReceived) whenReceived();
     if (server != nullptr) {
       server->SendMidiToOwners(data, count, name, static_cast<std::int32_t>(id), timestamp,
@@ -231,7 +233,7 @@ TEST_F(ManagerScenesTest, PortsComeAndGoWhileTheDesktopAndTheDevicePlay) {
   });
   std::thread device([&] {
     while (playing) {
-      manager.SendMidiToSourcePort(kNote, 3, "Piano", 7);
+      SendToSourcePort(manager, kNote, 3, 7);
       server.NotifyOtherManagers("Piano", 8, other);
       server.SendMidiToOwners(kNote, 3, "Piano", 8, 0, "");
       std::this_thread::yield();
@@ -294,7 +296,7 @@ TEST_F(ManagerScenesTest, PlayedNotesDoNotWaitForAPortThatIsBeingMade) {
   std::future<void> player;
   driver.WhenCreating([&](int) {
     player = std::async(std::launch::async, [&] {
-      manager.SendMidiToSourcePort(kNote, 3, "Piano", 7);
+      SendToSourcePort(manager, kNote, 3, 7);
       server.SendMidiToOwners(kNote, 3, "Piano", 7, 0, "phone");
     });
     playedInTime = player.wait_for(std::chrono::seconds(20)) == std::future_status::ready;

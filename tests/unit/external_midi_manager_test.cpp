@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "support/manager_fixture.h"
+#include "support/source_port.h"
 
 namespace corvalint {
 
@@ -17,6 +18,7 @@ namespace {
 
 using test::EndpointMessage;
 using test::ExternalMidiManagerTest;
+using test::SendToSourcePort;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -36,9 +38,9 @@ class RecordingController final : public ExternalMidiManagerDelegate {
     bool operator==(const Delivery&) const = default;
   };
 
-  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  void ExternalMidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                             std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                            std::string deviceKey) override {
+                            const std::string& deviceKey) override {
     deliveries.push_back({data, count, name, id, secondWord, timestamp, deviceKey});
     if (whenReceived) whenReceived();
   }
@@ -160,7 +162,7 @@ TEST_F(ExternalMidiManagerTest, TwoSourcesOfOneNameGetTwoPorts) {
 TEST_F(ExternalMidiManagerTest, ASecondPortOfATakenNameLivesWithoutTheDriver) {
   manager.AddRemoteSource("Piano", 7);
   manager.AddRemoteSource("Piano", 8);
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 8));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 3, 8));
   EXPECT_EQ(Told().size(), 2u);
   manager.RemoveRemoteSource("Piano", 8);
   manager.RemoveRemoteSource("Piano", 7);
@@ -228,20 +230,20 @@ TEST_F(ExternalMidiManagerTest, KeepsTheOrderOfThePortsThatStay) {
 TEST_F(ExternalMidiManagerTest, WritesIntoThePortOfTheSourceWhateverTheName) {
   manager.AddRemoteSource("Piano", 7);
   manager.AddRemoteSource("Organ", 8);
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 7));
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 2, "no such name", 8));
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 0, "", 8));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 3, 7));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 2, 8));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 0, 8));
   EXPECT_THAT(Calls(), ElementsAre("create(Piano) = 1", "create(Organ) = 2", "send(1, 90 3C 64)",
                                    "send(2, 90 3C)", "send(2, )"));
 }
 
 TEST_F(ExternalMidiManagerTest, SaysThatNoPortTookBytesForADestinationOrAnUnknownId) {
   manager.AddRemoteDestination("Piano", 7);
-  EXPECT_FALSE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 7));
-  EXPECT_FALSE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 8));
+  EXPECT_FALSE(SendToSourcePort(manager, kNote, 3, 7));
+  EXPECT_FALSE(SendToSourcePort(manager, kNote, 3, 8));
   manager.AddRemoteSource("Piano", 8);
   manager.RemoveRemoteSource("Piano", 8);
-  EXPECT_FALSE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 8));
+  EXPECT_FALSE(SendToSourcePort(manager, kNote, 3, 8));
   EXPECT_THAT(Calls(), ElementsAre("create(Piano) = 1"));
 }
 
@@ -249,7 +251,7 @@ TEST_F(ExternalMidiManagerTest, CountsBytesAsTakenThatTheDriverRefuses) {
   driver.RefusePorts(true);
   driver.AnswerSendsWith(0);
   manager.AddRemoteSource("Piano", 7);
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 3, "Piano", 7));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 3, 7));
   EXPECT_THAT(Calls(), ElementsAre("create(Piano) = 0", "send(0, 90 3C 64)"));
 }
 
@@ -263,7 +265,7 @@ TEST_F(ExternalMidiManagerTest, CallsTheDriverWithNoLockHeld) {
   driver.WhenSending(note);
   driver.WhenClosing(note);
   manager.AddRemoteSource("Piano", 7);
-  manager.SendMidiToSourcePort(kNote, 3, "Piano", 7);
+  SendToSourcePort(manager, kNote, 3, 7);
   manager.RemoveRemoteSource("Piano", 7);
   manager.AddRemoteDestination("Synth", 8);
   manager.RemoveRemoteDestination("Synth", 8);
@@ -311,7 +313,7 @@ TEST_F(ExternalMidiManagerTest, PublishesANameThatFitsNoAnnouncementAndThrows) {
   EXPECT_THROW(manager.AddRemoteSource(name, 7), osc::OutOfBufferMemoryException);
   EXPECT_THROW(manager.AddRemoteDestination(name, 8), osc::OutOfBufferMemoryException);
   EXPECT_EQ(manager.PublishedEndpoints().size(), 2u);
-  EXPECT_TRUE(manager.SendMidiToSourcePort(kNote, 3, name, 7));
+  EXPECT_TRUE(SendToSourcePort(manager, kNote, 3, 7));
   EXPECT_THROW(manager.RemoveRemoteSource(name, 7), osc::OutOfBufferMemoryException);
   EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
   EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "clients/route_changes.h"
 #include "platform/winmm_api.h"
 #include "ports/desktop_names.h"
 #include "protocol/osc_listener.h"
@@ -51,6 +52,7 @@ class MessageDispatchTest : public testing::Test {
     CriticalSectionScope hold(registry.listLock);
     registry.sources.clear();
     registry.destinations.clear();
+    routeChanges.Note();
   }
 
   static void AddDestination(std::int32_t id) {
@@ -60,6 +62,7 @@ class MessageDispatchTest : public testing::Test {
     MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
     CriticalSectionScope hold(registry.listLock);
     registry.destinations.push_back(destination);
+    routeChanges.Note();
   }
 
   void Take(const std::string& packet) {
@@ -166,6 +169,26 @@ TEST_F(MessageDispatchTest, MidiThatNobodyTakesGoesToTheOthers) {
       (Packets{"destination(Piano, " + std::to_string(static_cast<std::uint32_t>(-9)) + ")"}));
   EXPECT_EQ(console.Take(), "");
   EXPECT_TRUE(peer->Silent());
+}
+
+// They keep nothing of what they are told, so a stream of notes does not tell them each time.
+TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreToldOnceUntilSomethingChanges) {
+  for (int i = 0; i < 3; ++i) Take(MidiMessage("Piano", 5, 0, kNote));
+  EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
+  EXPECT_EQ(other.TakePackets().size(), 3u);
+  AddDestination(6);
+  Take(MidiMessage("Piano", 5, 0, kNote));
+  EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
+}
+
+TEST_F(MessageDispatchTest, MidiInABundleOrWithAnIdInWordsGoesTheSameWay) {
+  Publish(7);
+  Take(OscBundle(1, {MidiMessage("Piano", 7, 5, kNote)}));
+  Take(OscMessage("/midi", "sshb",
+                  OscText("Piano") + OscText("7") + OscInt64(5) + OscBlobBytes(kNote)));
+  EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)", "send(1, 90 3C 7F)"}));
+  EXPECT_EQ(other.TakePackets(),
+            (Packets{MidiMessage("Piano", 7, 5, kNote), MidiMessage("Piano", 7, 5, kNote)}));
 }
 
 TEST_F(MessageDispatchTest, MidiForAPublishedPortGoesThereAndToTheOthers) {

@@ -218,7 +218,7 @@ TEST_F(MidiLocks, SwitchingAnOutputOffCutsAMessageOnItsWayShort) {
   winmm.WhenCalled("midiOutUnprepareHeader", [&] { onItsWay.Open(); });
   std::thread sender([&] {
     const std::uint8_t dump[] = {0xF0, 1, 0xF7};
-    EXPECT_TRUE(SendToMidiDestinations(registry, dump, 3, "", 1));
+    EXPECT_TRUE(SendToMidiDestinations(registry.DestinationsWithId(1), dump, 3));
   });
   onItsWay.Wait();
   registry.ToggleDestination(1);
@@ -240,7 +240,7 @@ TEST_F(MidiLocks, ADriverThatBlocksInsideTheSendIsFreedByTheClosersReset) {
   winmm.WhenCalled("midiOutReset", [&] { reset.Open(); });
   std::thread sender([&] {
     const std::uint8_t note[] = {0x90, 60, 1};
-    SendToMidiDestinations(registry, note, 3, "", 1);
+    SendToMidiDestinations(registry.DestinationsWithId(1), note, 3);
   });
   inside.Wait();
   registry.ToggleDestination(1);
@@ -259,7 +259,7 @@ TEST_F(MidiLocks, ADestinationThatVanishesDuringASendLivesUntilTheSendHasEnded) 
   winmm.WhenCalled("midiOutUnprepareHeader", [&] { onItsWay.Open(); });
   std::thread sender([&] {
     const std::uint8_t dump[] = {0xF0, 1, 0xF7};
-    SendToMidiDestinations(registry, dump, 3, "", 1);
+    SendToMidiDestinations(registry.DestinationsWithId(1), dump, 3);
   });
   onItsWay.Wait();
   Scan();
@@ -278,7 +278,7 @@ TEST_F(MidiLocks, SendersAndTogglesNeverMeetAStaleHandle) {
   std::atomic<bool> done{false};
   std::thread sender([&] {
     const std::uint8_t note[] = {0x90, 60, 1};
-    while (!done) SendToMidiDestinations(registry, note, 3, "", 1);
+    while (!done) SendToMidiDestinations(registry.DestinationsWithId(1), note, 3);
   });
   for (int i = 0; i < 200; ++i) {
     registry.ToggleDestination(1);

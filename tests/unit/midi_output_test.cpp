@@ -31,8 +31,8 @@ class MidiOutput : public MidiDesk {
   }
 
   bool Send(const Bytes& bytes, std::int32_t id = 9) {
-    return SendToMidiDestinations(registry, bytes.data(), static_cast<std::uint32_t>(bytes.size()),
-                                  "no name", id);
+    return SendToMidiDestinations(registry.DestinationsWithId(id), bytes.data(),
+                                  static_cast<std::uint32_t>(bytes.size()));
   }
 
   MidiDestinationPointer synth;

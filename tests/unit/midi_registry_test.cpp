@@ -83,8 +83,8 @@ TEST_F(MidiRegistry, TheFirstOfSeveralEndpointsWithAnIdIsFound) {
   EXPECT_EQ(registry.SourceWithId(6), nullptr);
   EXPECT_EQ(registry.SourceWithId(0)->name, "A");
   EXPECT_EQ(registry.DestinationWithId(6), one);
-  EXPECT_EQ(registry.DestinationWithId(6, 1), two);
-  EXPECT_EQ(registry.DestinationWithId(6, 2), nullptr);
+  EXPECT_EQ(registry.DestinationsWithId(6), (std::vector{one, two}));
+  EXPECT_TRUE(registry.DestinationsWithId(7).empty());
   EXPECT_EQ(registry.DestinationWithId(-5), nullptr);
 }
 

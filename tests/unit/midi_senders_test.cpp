@@ -40,7 +40,7 @@ class MidiSendersTest : public ::testing::TestWithParam<Way> {
       case Way::toOwners:
         return server.SendMidiToOwners(data, length, name, id, timestamp, "phone");
       case Way::relayed:
-        return server.RelayMidiToOthers(data, length, name, id, origin, timestamp);
+        return server.RelayMidiToOthers(data, length, name.c_str(), id, origin, timestamp);
     }
   }
 

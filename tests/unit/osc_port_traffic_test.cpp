@@ -10,9 +10,9 @@
 #include <string>
 #include <thread>
 
+#include "clients/big_endian.h"
 #include "ports/desktop_names.h"
 #include "ports/local_osc_port.h"
-#include "protocol/big_endian.h"
 #include "support/allocation_count.h"
 #include "support/console_capture.h"
 #include "support/fake_clock.h"

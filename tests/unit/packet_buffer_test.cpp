@@ -10,6 +10,7 @@
 
 #include "clients/usb_server.h"
 #include "support/allocation_count.h"
+#include "support/osc_bytes.h"
 #include "support/test_server.h"
 
 namespace corvalint {
@@ -19,8 +20,8 @@ using test::allocations;
 
 class SilentOwner final : public EndpointOwner {
  public:
-  bool OwnsEndpoint(std::string, std::string) override { return true; }
-  void SendMidiToDestination(std::string, std::uint32_t) override {}
+  bool OwnsEndpoint(const std::string&, const std::string&) override { return true; }
+  void SendMidiToDestination(std::string_view, std::uint32_t) override {}
   std::vector<PublishedEndpoint> PublishedEndpoints() override { return {}; }
 };
 
@@ -46,6 +47,18 @@ TEST(PacketBuffer, HasRoomForWhatIsExpectedOrForTheLargestPacket) {
   EXPECT_EQ(PacketBuffer(131072).Capacity(), 131072u);
   EXPECT_EQ(PacketBuffer(131073).Capacity(), 131072u);
   EXPECT_EQ(PacketBuffer(std::size_t{1} << 40).Capacity(), 131072u);
+}
+
+TEST(PacketBuffer, MakesAFrameOfItsFirstBytes) {
+  for (const std::size_t size : {4u, 1024u, 1025u, 131072u}) {
+    PacketBuffer buffer(size);
+    std::memset(buffer.Data(), 7, size);
+    const Frame frame = buffer.Framed(size);
+    EXPECT_EQ(frame.Payload(), buffer.Data());
+    EXPECT_EQ(frame.payloadSize, size);
+    EXPECT_EQ(std::string(frame.header, 12), test::OscInt32(static_cast<std::int32_t>(size)) +
+                                                 test::OscInt32(2) + test::OscInt32(2));
+  }
 }
 
 TEST(PacketBuffer, AllItsRoomIsItsOwn) {
@@ -92,7 +105,7 @@ TEST(MidiSenders, TakeNothingFromTheHeapForAMessage) {
   const auto sendAll = [&](const std::uint8_t* data, std::uint32_t length) {
     server.SendMidiToAll(data, length, name, 1, 2);
     server.SendMidiToOwners(data, length, name, 1, 2, key);
-    server.RelayMidiToOthers(data, length, name, 1, a, 2);
+    server.RelayMidiToOthers(data, length, name.c_str(), 1, a, 2);
   };
   sendAll(sysex.data(), 65535);  // fills the store
   a.bytes = b.bytes = 0;

@@ -15,7 +15,7 @@ class BenchServer final : public UsbServer {
     midiLock = &publishedPortsLock;
     theUsbServer = this;
   }
-  bool AnyManagerOwns(std::string) override { return false; }
+  bool AnyManagerOwns(const std::string&) override { return false; }
   void BeginDesktopScan() override {}
   void EndDesktopScan() override {}
 

@@ -18,6 +18,9 @@ class Device final : public BaseClientThread {
     packets.emplace_back(static_cast<const char*>(data), size);
     return static_cast<int>(size);
   }
+  int SendFrame(const Frame& frame) override {
+    return SendFramed(frame.Payload(), frame.payloadSize);
+  }
   LocalOSCPortTable& OscPorts() { return *localPorts; }
 
   std::vector<std::string> packets;

@@ -48,7 +48,7 @@ bool Latch::Wait() {
 // --- delegate
 
 void RecordingDelegate::MidiReceived(const std::uint8_t* data, std::int32_t length,
-                                     std::string name, std::int32_t uniqueId,
+                                     const std::string& name, std::int32_t uniqueId,
                                      std::uint64_t timestamp) {
   std::function<void()> now;
   {
@@ -97,7 +97,7 @@ DeskServer::DeskServer() {
 
 DeskServer::~DeskServer() { theUsbServer = nullptr; }
 
-bool DeskServer::AnyManagerOwns(std::string endpointName) {
+bool DeskServer::AnyManagerOwns(const std::string& endpointName) {
   EXPECT_EQ(midi.HoldsOfThisThread(), 1u);
   EXPECT_EQ(clientLock.HoldsOfThisThread(), 0u);
   EXPECT_EQ(scans, 1);

@@ -37,7 +37,7 @@ class Latch {
 //   <received Keys 7: 90 3C 7F at 5000>, <source added Keys 7 on>
 class RecordingDelegate final : public MidiDelegate {
  public:
-  void MidiReceived(const std::uint8_t* data, std::int32_t length, std::string name,
+  void MidiReceived(const std::uint8_t* data, std::int32_t length, const std::string& name,
                     std::int32_t uniqueId, std::uint64_t timestamp) override;
   void SourceAdded(const MidiEndpoint& source) override;
   void SourceRemoved(const MidiEndpoint& source) override;
@@ -62,7 +62,7 @@ class DeskServer final : public UsbServer {
   ~DeskServer();
 
   // Prints "?name" and whether it was asked as promised: under `midiLock`, in a scan.
-  bool AnyManagerOwns(std::string endpointName) override;
+  bool AnyManagerOwns(const std::string& endpointName) override;
   void BeginDesktopScan() override { ++scans; }
   void EndDesktopScan() override { --scans; }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint::test {
 

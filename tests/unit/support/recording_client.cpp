@@ -4,7 +4,7 @@
 
 namespace corvalint::test {
 
-bool ScriptedOwner::OwnsEndpoint(std::string ownerKey, std::string endpointName) {
+bool ScriptedOwner::OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) {
   {
     std::lock_guard hold(mutex);
     questions.push_back("owns(" + ownerKey + ", " + endpointName + ")");
@@ -13,10 +13,10 @@ bool ScriptedOwner::OwnsEndpoint(std::string ownerKey, std::string endpointName)
   return owns;
 }
 
-void ScriptedOwner::SendMidiToDestination(std::string name, std::uint32_t id) {
+void ScriptedOwner::SendMidiToDestination(std::string_view name, std::uint32_t id) {
   {
     std::lock_guard hold(mutex);
-    questions.push_back("destination(" + name + ", " + std::to_string(id) + ")");
+    questions.push_back("destination(" + std::string(name) + ", " + std::to_string(id) + ")");
   }
   if (const auto action = whenHandled) action();  // it may replace itself
 }

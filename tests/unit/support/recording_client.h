@@ -25,8 +25,8 @@ inline std::string MidiBytes(const std::string& name, std::int32_t id, std::int6
 // hooks are set before other threads use it.
 class ScriptedOwner final : public EndpointOwner {
  public:
-  bool OwnsEndpoint(std::string ownerKey, std::string endpointName) override;
-  void SendMidiToDestination(std::string name, std::uint32_t id) override;
+  bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) override;
+  void SendMidiToDestination(std::string_view name, std::uint32_t id) override;
   std::vector<PublishedEndpoint> PublishedEndpoints() override;
 
   // What was asked since the last time: "owns(KEY, NAME)", "destination(NAME, ID)".

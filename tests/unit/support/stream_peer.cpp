@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <array>
 
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint::test {
 

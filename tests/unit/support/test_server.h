@@ -20,7 +20,7 @@ class TestServer final : public UsbServer {
   TestServer(const TestServer&) = delete;
   TestServer& operator=(const TestServer&) = delete;
 
-  bool AnyManagerOwns(std::string endpointName) override {
+  bool AnyManagerOwns(const std::string& endpointName) override {
     ++questions;
     return ownedNames.count(endpointName) != 0;
   }

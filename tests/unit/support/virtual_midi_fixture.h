@@ -36,9 +36,9 @@ inline void PrintTo(const Delivery& delivery, std::ostream* out) {
 // The owner of a port, which notes what it is handed.
 class RecordingOwner final : public VirtualMidiDestinationDelegate {
  public:
-  void MidiReceived(const std::uint8_t* data, std::uint32_t count, std::string name,
+  void MidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,
                     std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
-                    std::string deviceKey) override {
+                    const std::string& deviceKey) override {
     deliveries.push_back({{data, data + count}, name, id, secondWord, timestamp, deviceKey});
     lastData = data;
     if (whenReceived) whenReceived();
