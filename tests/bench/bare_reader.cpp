@@ -43,7 +43,9 @@ void Read(int socket, ArrivalListener& listener) {
     while (end - begin >= kHeader) {
       const std::size_t size = ReadBigEndian32(buffer.data() + begin);
       if (end - begin < kHeader + size) break;
-      Decode(buffer.data() + begin + kHeader, size, listener);
+      if (ReadBigEndian32(buffer.data() + begin + 4) == 2) {
+        Decode(buffer.data() + begin + kHeader, size, listener);
+      }
       begin += kHeader + size;
     }
     if (begin == end) {

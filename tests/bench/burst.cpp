@@ -16,9 +16,9 @@ void Burst::Arrived(const std::uint8_t* /*data*/, std::uint32_t /*length*/) {
 }
 
 Cost Burst::Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
-                std::size_t count) {
+                std::size_t count, std::size_t arrivals) {
   seen = 0;
-  expected = count + 1;
+  expected = arrivals + 1;
   WriteAll(socket, gate.data(), gate.size());
   atGate.acquire();
   const std::size_t written = WriteWhatFits(socket, burst);

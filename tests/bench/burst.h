@@ -24,9 +24,13 @@ class Burst final : public ArrivalListener {
 
   // Sends `gate`, one frame, then a burst of `count` frames that stand in `burst`, both into
   // `socket`, whose other end the measured thread reads. The cost of each of
-  // the `count`.
+  // the `count`, of which the last one and `arrivals` in all are messages that arrive.
   Cost Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
-           std::size_t count);
+           std::size_t count, std::size_t arrivals);
+  Cost Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
+           std::size_t count) {
+    return Run(socket, gate, burst, count, count);
+  }
 
  private:
   std::size_t seen = 0;

@@ -11,9 +11,9 @@ namespace corvalint::bench {
 // A desktop that does as little as it can: one MIDI input, an output that plays at once, one that
 // plays slowly, and a driver of virtual ports. Tables at the seam whose functions only count, so
 // that what is measured is the library.
-inline constexpr const char* kKeys = "Bench keys";
-inline constexpr const char* kOutput = "Bench output";
-inline constexpr const char* kSlowOutput = "Slow output";
+inline constexpr const char* kKeys = "Bench keyboard, 61 keys";
+inline constexpr const char* kOutput = "Bench synthesizer, in";
+inline constexpr const char* kSlowOutput = "Slow synthesizer, in";
 
 // Installs the tables for the rest of the process.
 void InstallDesk();

@@ -40,7 +40,7 @@ void MeasureInput() {
   MeasureSending(
       bridge, "input to 1 device", 32, [] { PlayShort(kPackedNote); }, bareKeys);
 
-  const MidiAddress own{"Bench destination", 78};
+  const MidiAddress own{"Bench sequencer, in", 78};
   bridge.PublishDestination(0, own);
   const OpenPort port = PortNamed(own.name);
   MeasureSending(

@@ -185,7 +185,8 @@ class Scene {
     bridge.Attach(kSysexDevice + 1);
     bridge.PublishSource(0, source);
     for (std::size_t i = 1; i <= kOthers; ++i) {
-      const MidiAddress port{"Port no. " + std::to_string(i), static_cast<std::int32_t>(100 + i)};
+      const MidiAddress port{"Port of device no. " + std::to_string(i),
+                             static_cast<std::int32_t>(100 + i)};
       bridge.PublishSource(i, port);
       toPorts.push_back(MidiFrame(port, MidiOf(3)));
       toOutput.push_back(MidiFrame({kOutput, bridge.OutputId()}, MidiOf(3)));
@@ -216,6 +217,7 @@ class Scene {
     }
     for (Result& result : results) {
       result.unit = "us";
+      result.latency = true;
       Tell(result);
     }
   }
@@ -254,7 +256,7 @@ class Scene {
 
   Bridge bridge{kSysexDevice + 1, Buffers::large};
   const Loopback bareLink = MakeLoopback(Buffers::large);
-  const MidiAddress source{"Bench source", 77};
+  const MidiAddress source{"Bench sequencer, out", 77};
   const MidiAddress keys{kKeys, bridge.KeysId()};
   const std::vector<char> sysex = MidiFrame({kSlowOutput, bridge.SlowOutputId()}, MidiOf(65536));
   std::vector<std::vector<char>> toOutput;

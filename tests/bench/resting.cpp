@@ -26,7 +26,8 @@ constexpr std::size_t kServiceThreads = 2;
 // Every device has published a port and played and heard something.
 void Use(Bridge& bridge) {
   for (std::size_t i = 0; i < bridge.Attached(); ++i) {
-    const MidiAddress source{"Port no. " + std::to_string(i), static_cast<std::int32_t>(100 + i)};
+    const MidiAddress source{"Port of device no. " + std::to_string(i),
+                             static_cast<std::int32_t>(100 + i)};
     bridge.PublishSource(i, source);
     bridge.PublishDestination(i, source);
     for (const std::size_t size : {3, 1024, 65536}) {

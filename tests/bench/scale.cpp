@@ -72,7 +72,7 @@ class Site {
  private:
   // Names and ids are as long as they are at the largest site.
   static MidiAddress Endpoint(std::size_t device, std::size_t endpoint) {
-    return {"Port " + std::to_string(100 + device) + "-" + std::to_string(10 + endpoint),
+    return {"Port of no. " + std::to_string(100 + device) + "-" + std::to_string(10 + endpoint),
             static_cast<std::int32_t>(1000 * (device + 1) + endpoint)};
   }
 
