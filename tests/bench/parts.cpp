@@ -69,7 +69,8 @@ BENCHMARK(DecodeBare)->Name("part: OSC decode/limit");
 void Encode(benchmark::State& state) {
   test::TestServer server;
   const auto midi = MidiOf(3);
-  for (auto _ : state) server.SendMidiToAll(midi.data(), 3, kName, 7, 1'000'000'000);
+  const std::string name = kName;
+  for (auto _ : state) server.SendMidiToAll(midi.data(), 3, name, 7, 1'000'000'000);
 }
 BENCHMARK(Encode)->Name("part: OSC encode");
 
@@ -110,7 +111,7 @@ void FindPort(benchmark::State& state) {
   }
   const auto midi = MidiOf(3);
   for (auto _ : state) {
-    benchmark::DoNotOptimize(manager.SendMidiToSourcePort(midi.data(), 3, kName, ports / 2 + 1));
+    manager.SourcePortWithId(ports / 2 + 1).Send(midi.data(), 3);
   }
   for (std::uint32_t id = 1; id <= ports; ++id) {
     manager.RemoveRemoteSource("Port of device no. " + std::to_string(id), id);
