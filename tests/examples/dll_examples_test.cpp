@@ -5,6 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "examples/wait_for_end.h"
 #include "harness/desk.h"
 
 namespace corvalint {
@@ -92,7 +93,7 @@ TEST(CExample, EndsAfterItsTime) {
   options.winmm = false;
   options.supportKey = false;
   harness::Desk desk(options);
-  EXPECT_EQ(desk.GetHost().GetProcess().WaitForExit(kPatience), 0);
+  EXPECT_EQ(WaitForEnd(desk.GetHost().GetProcess(), kPatience), 0);
   // Wine's own winmm answers then, and may know devices of this machine.
   EXPECT_THAT(Said(desk), testing::ContainsRegex("sources: [0-9]+, destinations: [0-9]+\n"));
 }
@@ -110,7 +111,7 @@ TEST(CppExample, KeepsEndpointsOnForItsTime) {
   EXPECT_TRUE(control.WaitForOutputOpen(output, kPatience));
   ExpectCall(control, "midiInClose");
   ExpectCall(control, "midiOutClose");
-  EXPECT_EQ(desk.GetHost().GetProcess().WaitForExit(kPatience), 0);
+  EXPECT_EQ(WaitForEnd(desk.GetHost().GetProcess(), kPatience), 0);
   EXPECT_THAT(Said(desk), MatchesRegex("on: Keys \\(-?[0-9]+\\)\non: Keys \\(-?[0-9]+\\)\n"
                                        "all off\n"));
 }
@@ -124,7 +125,7 @@ TEST(CppExample, SwitchesOffWhatWasOnWhenALaterNameFails) {
   control.Hold("midiInClose");
   control.Open();
   ExpectCall(control, "midiInClose");
-  EXPECT_EQ(desk.GetHost().GetProcess().WaitForExit(kPatience), 1);
+  EXPECT_EQ(WaitForEnd(desk.GetHost().GetProcess(), kPatience), 1);
   EXPECT_THAT(Said(desk), HasSubstr("the MIDI device cannot be opened\n"));
 }
 
@@ -134,7 +135,7 @@ TEST(CppExample, RefusesACommandLineWithoutNames) {
   options.winmm = false;
   options.supportKey = false;
   harness::Desk desk(options);
-  EXPECT_EQ(desk.GetHost().GetProcess().WaitForExit(kPatience), 2);
+  EXPECT_EQ(WaitForEnd(desk.GetHost().GetProcess(), kPatience), 2);
   EXPECT_EQ(Said(desk), "usage: switch_on SECONDS NAME...\n");
 }
 

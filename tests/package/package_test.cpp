@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "examples/wait_for_end.h"
 #include "harness/desk.h"
 
 namespace corvalint {
@@ -41,7 +42,7 @@ std::string RunToEnd(const std::vector<std::string>& command, const fs::path& di
   setup.directory = directory;
   setup.environment = environment;
   harness::Process process(setup);
-  EXPECT_EQ(process.WaitForExit(limit), 0) << command[0] << ": " << process.Errors();
+  EXPECT_EQ(WaitForEnd(process, limit), 0) << command[0] << ": " << process.Errors();
   return process.Output();
 }
 
@@ -147,7 +148,7 @@ TEST_F(Package, TellsItsVersionOnTheCommandLine) {
   options.supportKey = false;
   harness::Desk desk(options);
   harness::Process& host = desk.GetHost().GetProcess();
-  EXPECT_EQ(host.WaitForExit(kPatience), 0);
+  EXPECT_EQ(WaitForEnd(host, kPatience), 0);
   EXPECT_THAT(host.Output(), testing::MatchesRegex("corvalint-host " + Version() + "\r?\n"));
 }
 
@@ -166,7 +167,7 @@ TEST_F(Package, RunsTheCommandsOfItsFirstPage) {
     options.supportKey = false;
     harness::Desk desk(options);
     harness::Process& host = desk.GetHost().GetProcess();
-    EXPECT_EQ(host.WaitForExit(kPatience), 0) << command << ": " << host.Errors();
+    EXPECT_EQ(WaitForEnd(host, kPatience), 0) << command << ": " << host.Errors();
     EXPECT_THAT(host.Output(), HasSubstr(command == "list" ? "Destinations" : "corvalint-host"));
   }
 }
@@ -224,7 +225,7 @@ TEST_F(Package, LinksWithTheImportLibraryForMicrosoftsLinker) {
   options.winmm = false;
   options.supportKey = false;
   harness::Desk desk(options);
-  EXPECT_EQ(desk.GetHost().GetProcess().WaitForExit(kPatience), 15);
+  EXPECT_EQ(WaitForEnd(desk.GetHost().GetProcess(), kPatience), 15);
 }
 
 }  // namespace
