@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench/frames.h"
+#include "bench/watched_threads.h"
 #include "protocol/big_endian.h"
 
 namespace corvalint::bench {
@@ -61,7 +62,10 @@ void Read(int socket, ArrivalListener& listener) {
 }  // namespace
 
 BareReader::BareReader(int socket, ArrivalListener& listener)
-    : thread([socket, &listener] { Read(socket, listener); }) {}
+    : thread([socket, &listener] {
+        RunAsMeasured(0);
+        Read(socket, listener);
+      }) {}
 
 BareReader::~BareReader() { thread.join(); }
 

@@ -112,7 +112,7 @@ def parts(document):
         if run["run_type"] == "iteration":
             rounds.setdefault(run["run_name"], []).append(run["cpu_time"])
     results = []
-    for name, ours in rounds.items():
+    for name, ours in sorted(rounds.items()):
         if name.endswith(PART_LIMIT):
             continue
         results.append({"measure": name, "unit": "ns", "ours": ours})

@@ -17,6 +17,7 @@
 #include "bench/desk.h"
 #include "bench/results.h"
 #include "bench/stamp.h"
+#include "bench/watched_threads.h"
 #include "bench/ways.h"
 #include "protocol/big_endian.h"
 
@@ -69,7 +70,10 @@ struct AtDriver final : ArrivalListener {
 class Receiver {
  public:
   Receiver(int socketToRead, int otherEndOfIt)
-      : socket(socketToRead), otherEnd(otherEndOfIt), thread([this] { Run(); }) {}
+      : socket(socketToRead), otherEnd(otherEndOfIt), thread([this] {
+          RunAsMeasured(0);
+          Run();
+        }) {}
   ~Receiver() {
     done = true;
     const auto last = TimingFrame();
@@ -182,6 +186,9 @@ void PlayPairs(const Way& way, Result& result) {
 class Scene {
  public:
   Scene() {
+    bridge.Attach(1);
+    RunAsMeasured(WatchedThreads().back().id);
+    RunBesideTheMeasured(0);
     bridge.Attach(kSysexDevice + 1);
     bridge.PublishSource(0, source);
     for (std::size_t i = 1; i <= kOthers; ++i) {
@@ -269,6 +276,7 @@ class Scene {
 
 void MeasureLatency() {
   prctl(PR_SET_TIMERSLACK, 1);
+  WatchThreads();
   Scene scene;
   scene.Measure();
 }

@@ -9,6 +9,7 @@
 #include "bench/burst.h"
 #include "bench/desk.h"
 #include "bench/results.h"
+#include "bench/watched_threads.h"
 #include "bench/ways.h"
 
 namespace corvalint::bench {
@@ -79,8 +80,11 @@ void MeasureCutting(Bridge& bridge, Burst& burst, const MidiAddress& address) {
 }  // namespace
 
 void MeasureReceiving() {
+  WatchThreads();
   Bridge bridge(1, Buffers::large);
   bridge.Attach(1);
+  RunAsMeasured(WatchedThreads().back().id);
+  RunBesideTheMeasured(0);
   const MidiAddress source{"Bench sequencer, out", 77};
   bridge.PublishSource(0, source);
   Burst burst;

@@ -1,5 +1,6 @@
 #include "bench/watched_threads.h"
 
+#include <sched.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -44,7 +45,18 @@ ThreadHandle Create(ThreadProcedure procedure, void* parameter, std::uint32_t* i
   return handle;
 }
 
+void PinTo(int processor, pid_t thread) {
+  if (sysconf(_SC_NPROCESSORS_ONLN) < 2) return;
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(processor, &set);
+  sched_setaffinity(thread, sizeof set, &set);
+}
+
 }  // namespace
+
+void RunBesideTheMeasured(pid_t thread) { PinTo(0, thread); }
+void RunAsMeasured(pid_t thread) { PinTo(1, thread); }
 
 void WatchThreads() {
   static const ThreadApi kTable{.create = Create,

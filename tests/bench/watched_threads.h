@@ -18,6 +18,11 @@ void WatchThreads();
 // In the order in which they began to run: the service, the server, then the devices' clients.
 std::vector<WatchedThread> WatchedThreads();
 
+// The measured threads share one processor and what feeds them has another one, so that ours and
+// bare meet the same. Does nothing on a machine with one processor. 0 is the calling thread.
+void RunBesideTheMeasured(pid_t thread);
+void RunAsMeasured(pid_t thread);
+
 // How often the thread has gone to sleep so far.
 std::uint64_t SleepsOf(pid_t thread);
 // Bytes of the thread's stack that are in memory.
