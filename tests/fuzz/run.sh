@@ -9,9 +9,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 
 # Longest inputs: short ones find as much and run faster.
-declare -A longest=([packet]=512 [config]=160 [host]=192 [stream]=2048 [devices]=600)
+declare -A longest=([packet]=512 [config]=160 [host]=192 [stream]=2048 [devices]=600 [usb]=200)
 # The conversations are worth the time to choose among inputs; elsewhere it is better spent on runs.
-declare -A entropic=([stream]=1 [devices]=1)
+declare -A entropic=([stream]=1 [devices]=1 [usb]=1)
 
 targets() {
   local source

@@ -243,7 +243,63 @@ def device_seeds():
     }
 
 
+def usb_seeds():
+    def step(kind, device=0, rest=b""):
+        return bytes([kind | device << 4]) + rest
+
+    def arrive(device=0):
+        return step(0, device)
+
+    def depart(device=0):
+        return step(2, device)
+
+    def run(place=0):
+        return step(5, place)
+
+    def answer(number, device=0):
+        return step(7, device, bytes([number]))
+
+    def connection_id(number, device=0):
+        return step(8, device, bytes([number]))
+
+    def other(choice, device=0):
+        return step(4, device, bytes([choice]))
+
+    def port(number):
+        return step(9, number)
+
+    usable, recovery, refused, missing = 1, 2, 3, 4
+    stream, refusal, no_socket, negative_socket = range(4)
+    ends, bad_length, other_kind = step(12, 0), step(12, 1), step(12, 2)
+    refuse_threads, stay_blocking = step(10, 0), step(10, 2)
+    play = step(11, 0, b"\x03\x90\x3c\x7f")
+    return {
+        "comes-plays-and-goes": arrive() + run() + play + other_kind + play + depart() + play,
+        "goes-before-its-thread-runs": arrive() + depart() + run(),
+        "goes-while-it-waits-to-connect": answer(refused) + arrive() + run() + depart(),
+        "goes-while-it-is-in-recovery": answer(recovery) + arrive() + run() + depart() + ends,
+        "goes-while-its-stream-is-closed": arrive() + run() + ends + depart() + ends,
+        "comes-twice-and-goes-once": arrive() + arrive() + run() + run() + depart() + play + ends,
+        "goes-twice": arrive() + run() + depart() + depart() + depart(2),
+        "returns": (arrive() + run() + depart() + ends) * 3,
+        "two-transports-of-one-device": arrive(0) + arrive(1) + run() + run() + depart(0) + play,
+        "all-four-hear-of-each-other": b"".join(arrive(d) + run() for d in range(4)) + play + depart(2) + play,
+        "nobody-has-an-identifier": arrive(3) + arrive(3) + run() + run() + depart(3) + depart(3),
+        "no-thread": refuse_threads + arrive() + arrive(1) + play + depart() + refuse_threads + arrive(),
+        "connects-at-last": answer(refused) + arrive() + run() + ends + answer(missing) + ends + answer(recovery) + ends + ends + answer(usable) + ends + play,
+        "number-of-the-connection-is-zero": connection_id(0) + arrive() + run() + ends + connection_id(9) + ends + play,
+        "usable-anyway-with-number-zero": answer(usable) + connection_id(0) + arrive() + run() + ends + depart(),
+        "no-stream-at-first": port(refusal) + arrive() + run() + port(no_socket) + ends + port(negative_socket) + ends + port(stream) + ends + play,
+        "stream-would-block": stay_blocking + arrive() + run() + play + ends + stay_blocking + ends + play,
+        "stream-breaks-and-comes-back": arrive() + run() + ends + play + ends + play + bad_length + ends + play,
+        "stream-is-lost-for-good": arrive() + run() + ends + port(refusal) + ends + ends + depart(),
+        "others-go-while-one-waits": arrive() + arrive(2) + run() + run() + depart(0) + ends + play + depart(2) + play,
+        "other-notifications": arrive() + b"".join(other(c, d) for c in (0, 1, 2, 3, 65, 66, 129, 130) for d in (0, 2)) + run(),
+    }
+
+
 TARGETS = {
+    "usb": usb_seeds,
     "devices": device_seeds,
     "stream": stream_seeds,
     "host": host_seeds,

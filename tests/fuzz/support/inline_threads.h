@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 
 #include "platform/thread.h"
 
@@ -22,8 +23,10 @@ struct InlineThreads {
   // Runs the body of one that waits, with its own id, to its end.
   void Run(std::size_t place);
   void RunAll();
-  // Fails when a thread waits or a handle is open.
-  void Reset();
+  // Runs something on the thread that is none of them, while they wait inside their bodies.
+  void RunOutside(const std::function<void()>& action);
+  // Fails when a thread waits or a handle is open beyond `handlesInUse`.
+  void Reset(int handlesInUse = 0);
 };
 
 // The one set of threads, put in force by the first call.

@@ -11,6 +11,7 @@ namespace corvalint::fuzz {
 
 std::int64_t clockTicks = 0;
 std::uint64_t sleptMilliseconds = 0;
+void (*whenSleeping)(std::uint32_t milliseconds) = nullptr;
 
 namespace {
 
@@ -32,6 +33,7 @@ void Sleep(std::uint32_t milliseconds) {
   clockTicks += std::int64_t{milliseconds} * 10000;
   sleptMilliseconds += milliseconds;
   Check(sleptMilliseconds < kDay, "the library sleeps for ever");
+  if (whenSleeping != nullptr) whenSleeping(milliseconds);
 }
 
 const ClockApi kClock{.counter = [] { return clockTicks += 10; },

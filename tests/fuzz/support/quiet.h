@@ -20,5 +20,7 @@ Console& Quieten();
 extern std::int64_t clockTicks;
 // Milliseconds slept since a target cleared it. A run that sleeps for more than a day fails.
 extern std::uint64_t sleptMilliseconds;
+// Run inside each sleep, if a target sets it.
+extern void (*whenSleeping)(std::uint32_t milliseconds);
 
 }  // namespace corvalint::fuzz

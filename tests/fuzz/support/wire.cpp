@@ -87,7 +87,8 @@ int Send(int socket, const void* data, int size) {
       return Failed(SocketError::wouldBlock);
     }
   }
-  wire.sent.back().append(static_cast<const char*>(data), count);
+  wire.sent[static_cast<std::size_t>(socket - kFirstStream - 1)].append(
+      static_cast<const char*>(data), count);
   return static_cast<int>(count);
 }
 
@@ -101,7 +102,11 @@ const SocketApi kSockets{
     .wait = Wait,
     .receive = Receive,
     .send = Send,
-    .setNonBlocking = [](int) { return 0; },
+    .setNonBlocking =
+        [](int socket) {
+          Check(IsStream(socket), "a datagram socket made non-blocking");
+          return TheWire().staysBlocking ? -1 : 0;
+        },
     .setNoDelay = [](int) { return 0; },
     .shutdown =
         [](int socket) {

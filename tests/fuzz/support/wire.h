@@ -16,8 +16,9 @@ struct Wire {
   std::string_view pattern;
   bool endsWithError = false;  // a stream ends with -1 instead of 0
   bool sendsInPieces = false;
+  bool staysBlocking = false;  // streams cannot be made non-blocking
 
-  // What the open stream has still to give, and what each stream was sent.
+  // What the stream that is received from next has still to give, and what each stream was sent.
   std::string_view incoming;
   std::vector<std::string> sent;
   bool sendWasShort = false;  // in any stream
