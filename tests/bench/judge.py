@@ -2,8 +2,9 @@
 """Makes rows of what the bench programs saw, and judges them.
 
 Each line of the input is one measure in JSON: "measure", "unit", "ours" and maybe "limit", lists of
-one number for each round or message, and "allocations". A row has one figure of ours, the limit
-measured beside it, and their ratio.
+one number for each round, and "allocations". A result with "phases" is a latency: one number for
+each message, in so many phases. A row has one figure of ours, the limit measured beside it, and
+their ratio.
 """
 import argparse
 import json
@@ -11,7 +12,6 @@ import statistics
 import sys
 
 WORSE = 4 / 3  # how much a ratio may grow until it counts as a regression
-BLOCKS = 8  # of a latency's messages, to show how much the percentiles differ
 ALONE = "alone"
 HEAP = "heap allocations: "
 PART_LIMIT = "/limit"
@@ -58,33 +58,31 @@ def median_row(result):
                statistics.median(limit), spread)
 
 
-def blocks(values):
-    size = max(1, len(values) // BLOCKS)
-    return [values[i:i + size] for i in range(0, size * BLOCKS, size)]
+def phases(values, count):
+    size = max(1, len(values) // count)
+    return [values[i:i + size] for i in range(0, size * count, size)]
 
 
-def percentile_row(name, share, unit, ours, limit):
-    spread = quartiles([
-        ratio(percentile(a, share), percentile(b, share))
-        for a, b in zip(blocks(ours), blocks(limit)) if a and b
-    ])
-    return row(name, unit, percentile(ours, share), percentile(limit, share), spread)
+def percentile_row(name, percent, result, ours, limit=None):
+    """The median of the phases' percentiles: another program's burst costs a phase or two."""
+    def each(values):
+        return [percentile(phase, percent / 100) for phase in phases(values, result["phases"])]
+
+    row_of = {"measure": f"{name}, p{percent}", "unit": result["unit"], "ours": each(ours)}
+    if limit is not None:
+        row_of["limit"] = each(limit)
+    return median_row(row_of)
 
 
 def latency_rows(result, alone):
     """With the machine to itself a latency is compared with the bare one. While others play it is
     compared with ours alone, and what happens to the bare one is shown as a row of its own."""
-    measure, unit = result["measure"], result["unit"]
-    if "limit" not in result:
-        return [row(f"{measure}, p{percent}", unit, percentile(result["ours"], percent / 100))
-                for percent in (50, 99)]
-    if measure.endswith(", " + ALONE):
-        return [percentile_row(f"{measure}, p{percent}", percent / 100, unit, result["ours"],
-                               result["limit"]) for percent in (50, 99)]
+    measure, ours, bare = result["measure"], result["ours"], result.get("limit")
+    if bare is None or measure.endswith(", " + ALONE):
+        return [percentile_row(measure, percent, result, ours, bare) for percent in (50, 99)]
     return [
-        percentile_row(f"{measure}, p99", 0.99, unit, result["ours"], alone["ours"]),
-        percentile_row(f"{measure}, p99 of bare loopback", 0.99, unit, result["limit"],
-                       alone["limit"])
+        percentile_row(measure, 99, result, ours, alone["ours"]),
+        percentile_row(measure + ", bare", 99, result, bare, alone["limit"])
     ]
 
 
@@ -95,7 +93,7 @@ def rows_of(results):
     heap = []
     for result in results:
         way = result["measure"].split(", ")[0]
-        if result.get("kind") == "latency":
+        if "phases" in result:
             rows += latency_rows(result, alone.get(way))
         else:
             rows.append(median_row(result))
@@ -203,7 +201,7 @@ def write_curves(results, path):
     """For the picture: how much of the messages took longer, one block of lines for each curve."""
     with open(path, "w", encoding="ascii") as out:
         for result in results:
-            if result.get("kind") != "latency" or "limit" not in result:
+            if "phases" not in result or "limit" not in result:
                 continue
             for who, values in (("ours", result["ours"]), ("bare", result["limit"])):
                 ordered = sorted(values)

@@ -40,17 +40,22 @@ class Rows(unittest.TestCase):
         self.assertEqual(rows[1]["ours"], 2)
 
     def test_alone_is_compared_with_bare_and_under_load_with_alone(self):
-        alone = result("way, alone", [20] * 99 + [90], [10] * 99 + [50], kind="latency")
-        loaded = result("way, noise", [40] * 99 + [180], [30] * 99 + [60], kind="latency")
+        alone = result("way, alone", [20] * 99 + [90], [10] * 99 + [50], phases=1)
+        loaded = result("way, noise", [40] * 99 + [180], [30] * 99 + [60], phases=1)
         rows = {row["measure"]: row for row in judge.rows_of([loaded, alone])}
         self.assertEqual(rows["way, alone, p50"]["ratio"], 2)
         self.assertEqual(rows["way, alone, p99"]["ratio"], 90 / 50)
         self.assertEqual(rows["way, noise, p99"]["ratio"], 180 / 90)
-        self.assertEqual(rows["way, noise, p99 of bare loopback"]["ratio"], 60 / 50)
+        self.assertEqual(rows["way, noise, bare, p99"]["ratio"], 60 / 50)
 
+
+    def test_a_percentile_is_the_median_of_the_phases(self):
+        quiet, noisy = [1] * 10, [50] * 10
+        rows = judge.rows_of([result("way, alone", quiet * 2 + noisy, quiet * 3, phases=3)])
+        self.assertEqual([row["ours"] for row in rows], [1, 1])
 
     def test_a_latency_without_a_bare_one_is_told(self):
-        rows = judge.rows_of([result("way, paced", [1] * 99 + [5], kind="latency")])
+        rows = judge.rows_of([result("way, paced", [1] * 99 + [5], phases=1)])
         self.assertEqual([(row["measure"], row["ours"], row["limit"]) for row in rows],
                          [("way, paced, p50", 1, None), ("way, paced, p99", 5, None)])
 
@@ -179,7 +184,7 @@ class Program(unittest.TestCase):
         self.assertEqual(document["rows"][0]["ratio"], 2)
 
     def test_curves_fall_from_all_messages_to_the_slowest(self):
-        self.run_judge([result("way, alone", [3, 1], [2, 4], kind="latency")])
+        self.run_judge([result("way, alone", [3, 1], [2, 4], phases=1)])
         with open(self.path("curves"), encoding="ascii") as source:
             self.assertEqual(source.read().split("\n\n\n")[0],
                              '"ours, alone"\n1.00 1.000000\n3.00 0.500000')

@@ -31,6 +31,7 @@ constexpr int kPhases = 8;
 constexpr int kPairs = 400;  // of one message of ours and a bare one, in a phase
 constexpr int kWarmUpPairs = 50;
 constexpr std::chrono::microseconds kBetween{500};
+constexpr std::chrono::milliseconds kLatest{2};
 
 // A note that is timed. Its data bytes are its number; no other note has this status.
 constexpr std::uint8_t kTimed = 0x9F;
@@ -125,6 +126,8 @@ class Streams {
           auto next = std::chrono::steady_clock::now();
           for (std::size_t i = 0; !done; ++i) {
             std::this_thread::sleep_until(next += std::chrono::milliseconds(1) / kOthers);
+            // What a busy machine did not let go out is not caught up with.
+            next = std::max(next, std::chrono::steady_clock::now() - kLatest);
             const auto& frame = frames[i % kOthers];
             WriteAll(bridge.Link(1 + i % kOthers).device, frame.data(), frame.size());
           }
@@ -224,7 +227,7 @@ class Scene {
     }
     for (Result& result : results) {
       result.unit = "us";
-      result.latency = true;
+      result.phases = kPhases;
       Tell(result);
     }
   }

@@ -34,7 +34,7 @@ std::FILE* Results() { return results; }
 void Tell(const Result& result) {
   std::fprintf(results, "{\"measure\": \"%s\", \"unit\": \"%s\"", result.measure.c_str(),
                result.unit.c_str());
-  if (result.latency) std::fprintf(results, ", \"kind\": \"latency\"");
+  if (result.phases > 0) std::fprintf(results, ", \"phases\": %d", result.phases);
   TellNumbers("ours", result.ours);
   TellNumbers("limit", result.limit);
   TellNumbers("allocations", result.allocations);

@@ -10,7 +10,7 @@ namespace corvalint::bench {
 struct Result {
   std::string measure;
   std::string unit = "ns";
-  bool latency = false;  // one number for each message instead of each round
+  int phases = 0;  // of a latency: one number for each message, so many times as many in a row
   std::vector<double> ours;
   std::vector<double> limit;        // empty when there is none
   std::vector<double> allocations;  // for each message, on the measured thread

@@ -136,7 +136,7 @@ class DllWays {
     }
     for (Result* result : {&toOutput, &toDevice}) {
       result->unit = "us";
-      result->latency = true;
+      result->phases = 1;
       Tell(*result);
     }
   }
