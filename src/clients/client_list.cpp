@@ -30,10 +30,22 @@ std::uint64_t ClientList::Count() const {
 
 ClientWalk::ClientWalk(const ClientList& list) {
   CriticalSectionScope hold(list.lock);
-  if (list.clients.size() > few.size()) many.reserve(list.clients.size());
+  MakeRoom(list.clients.size());
   for (DeviceClient* client : list.clients) {
     if (client->gate.TryBorrow()) Take(client);
   }
+}
+
+ClientWalk::ClientWalk(const ClientList& list, const std::string& ownerKey) {
+  CriticalSectionScope hold(list.lock);
+  MakeRoom(list.clients.size());
+  for (DeviceClient* client : list.clients) {
+    if (client->Owner().MayOwn(ownerKey) && client->gate.TryBorrow()) Take(client);
+  }
+}
+
+void ClientWalk::MakeRoom(std::size_t clients) {
+  if (clients > few.size()) many.reserve(clients);
 }
 
 ClientWalk::~ClientWalk() {

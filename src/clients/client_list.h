@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <string>
 #include <vector>
 
 #include "clients/device_client.h"
@@ -41,6 +42,8 @@ class ClientList {
 class ClientWalk {
  public:
   explicit ClientWalk(const ClientList& list);
+  // Only over those whose manager may own an endpoint of that key.
+  ClientWalk(const ClientList& list, const std::string& ownerKey);
   ~ClientWalk();
   ClientWalk(const ClientWalk&) = delete;
   ClientWalk& operator=(const ClientWalk&) = delete;
@@ -49,6 +52,7 @@ class ClientWalk {
   DeviceClient* const* end() const { return First() + count; }
 
  private:
+  void MakeRoom(std::size_t clients);
   void Take(DeviceClient* client);
   DeviceClient* const* First() const { return many.empty() ? few.data() : many.data(); }
 

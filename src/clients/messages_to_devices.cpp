@@ -62,7 +62,7 @@ void UsbServer::SendMidiToOwners(const std::uint8_t* data, std::uint32_t length,
                                  const std::string& ownerKey) {
   const MidiPacket packet(data, length, name.c_str(), id, timestamp);
   CriticalSectionScope hold(clientLock);
-  for (DeviceClient* client : ClientWalk(clients)) {
+  for (DeviceClient* client : ClientWalk(clients, ownerKey)) {
     if (Owns(*client, ownerKey, name)) packet.SendTo(*client);
   }
 }

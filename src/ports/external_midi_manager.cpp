@@ -215,8 +215,7 @@ std::vector<PublishedEndpoint> ExternalMidiManager::PublishedEndpoints() {
 // kept for its caller, who restores the count with a HoldScope.
 bool ExternalMidiManager::OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName)
     CORVALINT_UNCHECKED_LOCKING {
-  // Every port carries the manager's own key, so a stranger's needs no look at them.
-  if (!ownerKey.empty() && ownerKey != deviceKey) return false;
+  if (!MayOwn(ownerKey)) return false;  // every port carries the manager's own key
   midiLock.Enter();
   if (ownerKey.empty()) return HasEndpointNamed(endpointName) != 0;
   const bool owns = !ports.empty();

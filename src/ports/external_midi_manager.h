@@ -59,6 +59,9 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
   std::int32_t HasEndpointNamed(const std::string& name);
 
   bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) override;
+  bool MayOwn(const std::string& ownerKey) const override {
+    return ownerKey.empty() || ownerKey == deviceKey;
+  }
   void SendMidiToDestination(std::string_view name, std::uint32_t id) override;
   std::vector<PublishedEndpoint> PublishedEndpoints() override;
   void MidiReceived(const std::uint8_t* data, std::uint32_t count, const std::string& name,

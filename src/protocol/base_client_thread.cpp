@@ -100,27 +100,33 @@ bool BaseClientThread::ReadWord(std::uint32_t& word) {
 }
 
 // The next bytes of the stream, valid until the next call. Null when the stream has ended; it is
-// disconnected then. A stop in the middle is no error, on purpose: the bytes are taken as they
-// stand, with zeroes for those that did not come.
+// disconnected then.
 const char* BaseClientThread::Read(std::size_t count) {
+  if (receivedEnd - receivedBegin < count && !Gather(count)) return nullptr;
+  const char* const bytes = received.get() + receivedBegin;
+  receivedBegin += count;
+  return bytes;
+}
+
+// Receives until `count` bytes are there to be read. A stop in the middle is no error, on purpose:
+// the bytes are taken as they stand, with zeroes for those that did not come.
+bool BaseClientThread::Gather(std::size_t count) {
   while (receivedEnd - receivedBegin < count) {
     if (receivedEnd > receivedBegin && (!running || !stream.IsOpen())) {
       MakeRoom(count);
       std::memset(received.get() + receivedEnd, 0, receivedBegin + count - receivedEnd);
       receivedEnd = receivedBegin + count;
-      break;
+      return true;
     }
     const int more = ReceiveMore(count);
     if (more <= 0) {
       ConsolePrint("Server disconnected: %ld\n", static_cast<long>(more));
       PerformDisconnect();
-      return nullptr;
+      return false;
     }
     receivedEnd += static_cast<std::size_t>(more);
   }
-  const char* const bytes = received.get() + receivedBegin;
-  receivedBegin += count;
-  return bytes;
+  return true;
 }
 
 // Receives what is missing together with what follows it: a burst of small frames costs one system

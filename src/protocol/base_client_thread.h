@@ -79,6 +79,7 @@ class BaseClientThread : public CThread,
   void ReceiveFrame();
   bool ReadWord(std::uint32_t& word);
   const char* Read(std::size_t count);
+  bool Gather(std::size_t count);
   int ReceiveMore(std::size_t count);
   void MakeRoom(std::size_t count);
   void ParsePacket(const char* packet, std::uint32_t length);

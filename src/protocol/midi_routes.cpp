@@ -15,16 +15,29 @@ constexpr std::size_t kMostRoutes = 256;
 MidiRoute& MidiRoutes::To(std::int32_t id) {
   const std::uint64_t changes = routeChanges.Count();
   if (changes != changesSeen) {
-    routes.clear();
+    Forget();
     changesSeen = changes;
   }
+  if (latest == nullptr || latestId != id) {
+    latest = &Find(id);
+    latestId = id;
+  }
+  return *latest;
+}
+
+MidiRoute& MidiRoutes::Find(std::int32_t id) {
   const auto known = routes.find(id);
   if (known != routes.end()) return known->second;
-  if (routes.size() >= kMostRoutes) routes.clear();
+  if (routes.size() >= kMostRoutes) Forget();
   MidiRoute route;
   route.source = manager.SourcePortWithId(static_cast<std::uint32_t>(id));
   route.destinations = GetMidiEndpointRegistry().DestinationsWithId(id);
   return routes.emplace(id, std::move(route)).first->second;
+}
+
+void MidiRoutes::Forget() {
+  latest = nullptr;
+  routes.clear();
 }
 
 }  // namespace corvalint

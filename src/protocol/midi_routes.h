@@ -31,8 +31,13 @@ class MidiRoutes {
   MidiRoute& To(std::int32_t id);
 
  private:
+  MidiRoute& Find(std::int32_t id);
+  void Forget();
+
   ExternalMidiManager& manager;
   std::unordered_map<std::int32_t, MidiRoute> routes;
+  MidiRoute* latest = nullptr;  // and its id: notes come in runs
+  std::int32_t latestId = 0;
   std::uint64_t changesSeen = 0;
 };
 

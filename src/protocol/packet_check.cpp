@@ -62,15 +62,6 @@ void CheckArgument(char typeTag, Rest& arguments) {
 
 }  // namespace
 
-// The OSC library looks for the end at every fourth byte only, whatever stands between, so this
-// does too.
-std::size_t OscTextSize(const char* text, std::size_t size) {
-  if (size >= 4 && text[0] == '\0') return 4;
-  std::size_t last = 3;
-  while (last < size && text[last] != '\0') last += 4;
-  return last < size ? last + 1 : 0;
-}
-
 void CheckMessage(const char* message, std::size_t size) {
   if (size == 0) return;
   Rest rest{message, size};

@@ -5,8 +5,14 @@
 namespace corvalint {
 
 // The bytes that an OSC text with its zero byte and its padding takes at the front of `size` bytes;
-// 0 when it does not end in them.
-std::size_t OscTextSize(const char* text, std::size_t size);
+// 0 when it does not end in them. The OSC library looks for the end at every fourth byte only,
+// whatever stands between, so this does too.
+inline std::size_t OscTextSize(const char* text, std::size_t size) {
+  if (size >= 4 && text[0] == '\0') return 4;
+  std::size_t last = 3;
+  while (last < size && text[last] != '\0') last += 4;
+  return last < size ? last + 1 : 0;
+}
 
 // The OSC library is given only what these let pass: every size and offset that a packet claims
 // lies inside it. What is wrong in other ways is left to that library to refuse.
