@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <utility>
 
 namespace corvalint::host {
 namespace {
 
 constexpr uint32_t kConnected = 0;
 constexpr uint32_t kConnectedAnyway = 0xE8000065;
+constexpr size_t kLongestLine = 8192;
 
 // Calls `take` with each whole line, without its line end.
 void ForEachLine(std::string_view text, const std::function<void(std::string_view)>& take) {
@@ -62,21 +64,42 @@ std::optional<std::string> EndpointOf(std::string_view line, std::string_view ve
   return std::nullopt;
 }
 
-void TakeConsoleLine(Evidence& evidence, std::string_view line) {
-  std::vector<std::string>& announced = evidence.announced;
-  if (auto added = EndpointOf(line, "add")) {
-    if (std::ranges::find(announced, *added) == announced.end()) announced.push_back(*added);
-  } else if (auto removed = EndpointOf(line, "remove")) {
-    std::erase(announced, *removed);
-  }
+void AddOnce(std::vector<std::string>& words, std::string word) {
+  if (std::ranges::find(words, word) == words.end()) words.push_back(std::move(word));
 }
 
 }  // namespace
 
+void ConsoleReader::Take(std::string_view text) {
+  unfinished += text;
+  size_t end = unfinished.rfind('\n');
+  if (end != std::string::npos) {
+    ForEachLine(std::string_view(unfinished).substr(0, end + 1),
+                [this](std::string_view line) { TakeLine(line); });
+    unfinished.erase(0, end + 1);
+  }
+  // Answers about on and off are printed without line ends, in front of the next line.
+  if (unfinished.size() > kLongestLine) unfinished.erase(0, unfinished.size() - kLongestLine);
+}
+
+void ConsoleReader::TakeLine(std::string_view line) {
+  if (auto added = EndpointOf(line, "add")) {
+    AddOnce(announced, *added);
+  } else if (auto removed = EndpointOf(line, "remove")) {
+    std::erase(announced, *removed);
+  } else if (auto arrived = Behind(line, "Device connected: ")) {
+    AddOnce(devices, std::string(*arrived));
+  } else if (auto departed = Behind(line, "Device disconnected: ")) {
+    std::erase(devices, *departed);
+  }
+}
+
 Evidence ReadEvidence(std::string_view log, std::string_view console) {
   Evidence evidence;
   ForEachLine(log, [&](std::string_view line) { TakeLogLine(evidence, line); });
-  ForEachLine(console, [&](std::string_view line) { TakeConsoleLine(evidence, line); });
+  ConsoleReader reader;
+  reader.Take(console);
+  evidence.announced = reader.Announced();
   return evidence;
 }
 

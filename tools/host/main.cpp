@@ -16,6 +16,7 @@
 #include "host/person.h"
 #include "host/script.h"
 #include "host/windows_doctor.h"
+#include "host/windows_screen.h"
 #include "host/windows_system.h"
 #include "host/windows_text.h"
 
@@ -79,6 +80,11 @@ int RunPerson(const Options& options, std::FILE* file, const Output& output) {
   Wrapper wrapper = LoadWrapper();
   System system = MakeSystem();
   system.columns = [file] { return TerminalColumns(file); };
+  // On a screen the library's own lines would stand in the way.
+  if (!options.verbose) {
+    system.openScreen = [file] { return OpenConsoleScreen(file); };
+    system.takeLibraryLines = [] { return AnsiToUtf8(TakeKeptLines()); };
+  }
   Utf8Console console;
   Person person(wrapper, system, output);
   person.Start();
@@ -117,8 +123,9 @@ int RunDoctor(const Options& options, const Output& output) {
 
 int RunSubCommand(const Options& options) {
   bool doctor = options.command == "doctor";
+  bool kept = doctor || (TerminalColumns(stdout) > 0 && !options.verbose);
   LibraryLines lines = options.verbose ? LibraryLines::kToStderr : LibraryLines::kNowhere;
-  std::FILE* file = SeparateOutput(doctor ? LibraryLines::kKept : lines, options.json);
+  std::FILE* file = SeparateOutput(kept ? LibraryLines::kKept : lines, options.json);
   if (file == nullptr) throw OutputGone();
   Output output = MakeOutput(file, options.json);
   try {

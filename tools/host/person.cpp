@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <optional>
 #include <stdexcept>
 
 #include "host/documents.h"
 #include "host/exit_codes.h"
 #include "host/help.h"
+#include "host/watch.h"
 
 namespace corvalint::host {
 namespace {
@@ -22,21 +22,6 @@ constexpr int kScanPolls = 60;
 int64_t CountEndpoints(const Wrapper& wrapper) {
   return wrapper.sources.count() + wrapper.destinations.count();
 }
-
-std::string DevicesText(unsigned int devices) {
-  return std::to_string(devices) + (devices == 1 ? " device" : " devices") + " connected";
-}
-
-std::string LocalTime(const char* format) {
-  std::time_t now = std::time(nullptr);
-  char time[32] = "";
-  if (const std::tm* local = std::localtime(&now)) std::strftime(time, sizeof time, format, local);
-  return time;
-}
-
-std::string TimeOfDay() { return LocalTime("%H:%M:%S"); }
-
-std::string DateAndTime() { return LocalTime("%Y-%m-%dT%H:%M:%S"); }
 
 }  // namespace
 
@@ -78,7 +63,7 @@ int Person::Dispatch(const Command& command) {
   if (verb == "on" || verb == "off" || verb == "toggle") return Switch(verb, command.rest);
   if (verb == "watch") Watch(command.rest);
   if (verb == "list") List();
-  if (verb == "clients") TellDevices(wrapper.usbClients());
+  if (verb == "clients") TellDevices();
   if (verb == "help") output.print(CommandsText());
   if (verb == "doctor") return Fail(kExitUsage, "doctor starts the bridge itself: end this first");
   finished = verb == "quit";
@@ -89,6 +74,12 @@ void Person::List() {
   Listing listing = ReadListing(wrapper, system);
   output.print(output.json ? ListDocument(listing, wrapper.usbClients()) + "\n"
                            : FormatListing(listing, system.columns()));
+}
+
+void Person::TellDevices() {
+  unsigned int devices = wrapper.usbClients();
+  output.print(output.json ? DevicesDocument(devices, DateAndTime()) + "\n"
+                           : DevicesText(devices) + "\n");
 }
 
 int Person::Switch(const std::string& verb, const std::string& rest) {
@@ -136,16 +127,19 @@ int Person::SwitchOne(bool isSource, const Endpoint& endpoint, const std::string
   return kExitDone;
 }
 
+std::unique_ptr<WatchView> Person::OpenView() {
+  if (output.json) return std::make_unique<DocumentView>(output.print);
+  std::unique_ptr<Screen> screen = system.openScreen ? system.openScreen() : nullptr;
+  if (screen == nullptr) return std::make_unique<LineView>(output.print);
+  return std::make_unique<LiveView>(std::move(screen), system);
+}
+
 void Person::Watch(const std::string& seconds) {
   std::optional<int32_t> limit = ParseInt32(seconds);
   steady_clock::time_point start = steady_clock::now();
   Listing before = ReadListing(wrapper, system);
-  unsigned int devicesBefore = wrapper.usbClients();
-  if (output.json) {
-    output.print(ListDocument(before, devicesBefore) + "\n");
-  } else {
-    TellDevices(devicesBefore);
-  }
+  std::unique_ptr<WatchView> view = OpenView();
+  view->Begin(before, wrapper.usbClients());
   while (!system.takeInterrupt()) {
     if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) return;
     system.sleep(kPollMilliseconds);
@@ -153,24 +147,9 @@ void Person::Watch(const std::string& seconds) {
     std::vector<Change> changes;
     AddChanges(changes, "source", before.sources, now.sources);
     AddChanges(changes, "destination", before.destinations, now.destinations);
-    Tell(changes);
-    unsigned int devices = wrapper.usbClients();
-    if (devices != devicesBefore) TellDevices(devices);
+    view->Update(now, changes, wrapper.usbClients());
     before = std::move(now);
-    devicesBefore = devices;
   }
-}
-
-void Person::Tell(const std::vector<Change>& changes) {
-  for (const Change& change : changes) {
-    output.print(output.json ? ChangeDocument(change, DateAndTime()) + "\n"
-                             : TimeOfDay() + "  " + ChangeText(change) + "\n");
-  }
-}
-
-void Person::TellDevices(unsigned int devices) {
-  output.print(output.json ? DevicesDocument(devices, DateAndTime()) + "\n"
-                           : TimeOfDay() + "  " + DevicesText(devices) + "\n");
 }
 
 int Person::Fail(int exitCode, const std::string& text) {

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "host/commands.h"
 #include "host/endpoints.h"
+#include "host/watch.h"
 #include "host/wrapper.h"
 
 namespace corvalint::host {
@@ -48,8 +50,8 @@ class Person {
   int Switch(const std::string& verb, const std::string& rest);
   int SwitchOne(bool isSource, const Endpoint& endpoint, const std::string& verb);
   void Watch(const std::string& seconds);
-  void Tell(const std::vector<Change>& changes);
-  void TellDevices(unsigned int devices);
+  void TellDevices();
+  std::unique_ptr<WatchView> OpenView();
   int Fail(int exitCode, const std::string& text);
 
   const Wrapper& wrapper;

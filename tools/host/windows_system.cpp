@@ -12,6 +12,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/windows_text.h"
@@ -20,6 +21,7 @@ namespace corvalint::host {
 namespace {
 
 constexpr ULONGLONG kAskedRecentlyMilliseconds = 1000;
+constexpr size_t kMostKept = size_t{1} << 20;
 
 // Shared with the thread on which the system reports Ctrl-C.
 std::atomic<ULONGLONG> lastAsked{0};
@@ -128,6 +130,7 @@ void ReadLines(int pipe) {
   for (int size = 0; (size = _read(pipe, piece, sizeof piece)) > 0;) {
     const std::lock_guard hold(kept.lock);
     kept.lines.append(piece, static_cast<size_t>(size));
+    if (kept.lines.size() > kMostKept) kept.lines.erase(0, kept.lines.size() - kMostKept);
   }
 }
 
@@ -211,6 +214,12 @@ std::string KeptLines() {
   Kept& kept = TheKept();
   const std::lock_guard hold(kept.lock);
   return kept.lines;
+}
+
+std::string TakeKeptLines() {
+  Kept& kept = TheKept();
+  const std::lock_guard hold(kept.lock);
+  return std::exchange(kept.lines, {});
 }
 
 int TerminalColumns(std::FILE* file) {

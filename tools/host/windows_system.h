@@ -31,8 +31,10 @@ enum class LibraryLines { kNowhere, kToStderr, kKept };
 // Stays open to the program's end. Once.
 std::FILE* SeparateOutput(LibraryLines lines, bool asBytes);
 
-// What the library has printed so far, if it is kept.
+// What the library has printed so far, if it is kept, without what was taken. Of very much the
+// beginning is lost.
 std::string KeptLines();
+std::string TakeKeptLines();
 
 // Columns of the terminal that the file is; 0 if it is none.
 int TerminalColumns(std::FILE* file);

@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "corvalint_wrapper.h"
 
@@ -37,6 +39,16 @@ struct ProcessCounts {
   int64_t threads = 0;
 };
 
+// A terminal that is drawn upon as a whole. Its end gives the terminal back as it was.
+class Screen {
+ public:
+  virtual ~Screen() = default;
+  virtual int Columns() = 0;
+  virtual int Rows() = 0;
+  // Shows these lines from the top, each in UTF-8 and no wider than the screen, and nothing else.
+  virtual void Draw(const std::vector<std::string>& lines) = 0;
+};
+
 // What the host needs from the system. The texts it takes and gives are UTF-8 but for AnsiToUtf8's
 // argument, which is bytes in the ANSI code page.
 struct System {
@@ -48,6 +60,10 @@ struct System {
   // Columns of the terminal that standard output is; 0 if it is none.
   std::function<int()> columns;
   int64_t processId = 0;
+  // Takes the terminal that standard output is; null if it is none. Empty: there is none.
+  std::function<std::unique_ptr<Screen>()> openScreen;
+  // What the library has printed since this was last asked, in UTF-8. Empty: it is not kept.
+  std::function<std::string()> takeLibraryLines;
 };
 
 }  // namespace corvalint::host
