@@ -9,7 +9,7 @@
 
 #include "bench/frames.h"
 #include "bench/watched_threads.h"
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint::bench {
 

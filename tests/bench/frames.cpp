@@ -2,7 +2,7 @@
 
 #include <osc/OscOutboundPacketStream.h>
 
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint::bench {
 

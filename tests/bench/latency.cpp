@@ -19,7 +19,7 @@
 #include "bench/stamp.h"
 #include "bench/watched_threads.h"
 #include "bench/ways.h"
-#include "protocol/big_endian.h"
+#include "clients/big_endian.h"
 
 namespace corvalint::bench {
 
@@ -117,19 +117,20 @@ class Receiver {
   std::thread thread;
 };
 
-// Devices 1 to 8 send 1,000 messages a second each, evenly spread, for as long as it lives.
+// Devices 1 to 8 send a message each millisecond for as long as it lives.
 class Streams {
  public:
   Streams(const Bridge& bridge, const std::vector<std::vector<char>>& frames)
       : thread([this, &bridge, &frames] {
           prctl(PR_SET_TIMERSLACK, 1);
           auto next = std::chrono::steady_clock::now();
-          for (std::size_t i = 0; !done; ++i) {
-            std::this_thread::sleep_until(next += std::chrono::milliseconds(1) / kOthers);
+          while (!done) {
+            std::this_thread::sleep_until(next += std::chrono::milliseconds(1));
             // What a busy machine did not let go out is not caught up with.
             next = std::max(next, std::chrono::steady_clock::now() - kLatest);
-            const auto& frame = frames[i % kOthers];
-            WriteAll(bridge.Link(1 + i % kOthers).device, frame.data(), frame.size());
+            for (std::size_t i = 0; i < frames.size(); ++i) {
+              WriteAll(bridge.Link(1 + i).device, frames[i].data(), frames[i].size());
+            }
           }
         }) {}
   ~Streams() {

@@ -1,2 +1,0 @@
-#pragma once
-#include "clients/big_endian.h"
