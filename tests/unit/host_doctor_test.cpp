@@ -81,7 +81,7 @@ class DoctorTest : public ::testing::Test {
     hands.bindBridge = [this] { return Loading("bridge"); };
     hands.registryText = [this](const char*, const char* value) -> std::optional<std::string> {
       if (std::ranges::count(missing, value) > 0) return std::nullopt;
-      return std::string("C:\\") + value;
+      return value == std::string("InstallDir") ? "C:\\InstallDir" : deviceLibrary;
     };
     hands.searchIn = [this](const std::string& folder) { searched = folder; };
     hands.load = [this](const std::string& name, const std::vector<const char*>&) {
@@ -102,7 +102,7 @@ class DoctorTest : public ::testing::Test {
 
   LibraryFinding Loading(const std::string& name) {
     if (std::ranges::count(missing, name) > 0) return {"", "", name + " cannot be loaded"};
-    return {"C:\\" + name, "1.2.3.4", ""};
+    return {name.starts_with("C:") ? name : "C:\\" + name, "1.2.3.4", ""};
   }
 
   // The name of the first broken link, or none.
@@ -116,6 +116,7 @@ class DoctorTest : public ::testing::Test {
   std::string logRefusal;
   std::string portRefusal;
   std::vector<std::string> missing;
+  std::string deviceLibrary = "C:\\itunesmobiledevice.DLL";
   std::string searched;
   bool started = false;
   unsigned int devices = 1;
@@ -147,6 +148,14 @@ TEST_F(DoctorTest, TheFirstOfSeveralBrokenLinksIsNamed) {
   EXPECT_EQ(links["device-folder"].state, LinkState::kBroken);
   EXPECT_EQ(links["port-driver"].state, LinkState::kBroken);
   EXPECT_EQ(links["device"].state, LinkState::kUnknown);
+}
+
+TEST_F(DoctorTest, ADeviceLibraryOfAnotherNameIsNoneForTheBridge) {
+  deviceLibrary = "C:\\MobileDevice.dll";
+  EXPECT_EQ(Examine(), "device-library");
+  EXPECT_EQ(links["device-library"].found,
+            "C:\\MobileDevice.dll is not called iTunesMobileDevice.dll, as the bridge asks");
+  EXPECT_EQ(links["device-service"].state, LinkState::kUnknown);
 }
 
 TEST_F(DoctorTest, WithoutTheLogOnlyWhatItTellsIsUnknown) {

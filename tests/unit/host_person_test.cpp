@@ -171,14 +171,14 @@ TEST_F(HostTest, StartWaitsUntilTheListsStandStill) {
   };
   person.Start();
   EXPECT_EQ(startCalls, 1);
-  EXPECT_EQ(sleeps, 5);
+  EXPECT_EQ(sleeps, 10);
 }
 
 TEST_F(HostTest, StartGivesUpWaitingWhereThereIsNothing) {
   fakeSides[0].clear();
   fakeSides[1].clear();
   person.Start();
-  EXPECT_EQ(sleeps, 60);
+  EXPECT_EQ(sleeps, 100);
 }
 
 TEST_F(HostTest, HelpNamesEveryCommandAndExitCodeAndQuitEnds) {

@@ -1,7 +1,9 @@
 #include "host/doctor.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <string_view>
 
 namespace corvalint::host {
 namespace {
@@ -10,6 +12,7 @@ constexpr int kPollMilliseconds = 100;
 
 const char* const kInstallApple =
     "install Apple's device support for the cable, which iTunes brings with it";
+const char* const kDeviceLibrary = "iTunesMobileDevice.dll";
 const char* const kNotLoaded = "not asked: the library before it is missing";
 const char* const kNotStarted = "not asked: the bridge does not run";
 const char* const kNotLogged = "not known: the log tells it, and cannot be written";
@@ -28,6 +31,15 @@ std::string Joined(const std::vector<std::string>& words) {
 
 std::string Counted(uint64_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+// Whether the path ends in that file name, in capitals or not.
+bool IsNamed(const std::string& path, std::string_view name) {
+  size_t slash = path.find_last_of('\\');
+  std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
+  return std::ranges::equal(file, name, [](unsigned char one, unsigned char other) {
+    return std::tolower(one) == std::tolower(other);
+  });
 }
 
 std::string LoadedText(const LibraryFinding& library) {
@@ -86,14 +98,15 @@ void Doctor::ExamineAppleLibraries() {
       RegistryLink("device-folder", "SOFTWARE\\Apple Inc.\\Apple Mobile Device Support\\Shared",
                    "iTunesMobileDeviceDLL");
   if (path.empty()) return Unknown("device-library", kNotLoaded);
-  deviceLibraryLoaded =
-      LibraryLink("device-library", path,
-                  {"AMDeviceNotificationSubscribe", "AMDeviceNotificationUnsubscribe",
-                   "AMRestoreRegisterForDeviceNotifications", "AMDeviceCopyValue",
-                   "AMDeviceCopyDeviceIdentifier", "AMDeviceConnect", "AMDeviceDisconnect",
-                   "AMDeviceGetConnectionID", "USBMuxConnectByPort"},
-                  kInstallApple) &&
-      foundation;
+  LibraryFinding library = instruments.load(
+      path, {"AMDeviceNotificationSubscribe", "AMDeviceNotificationUnsubscribe",
+             "AMRestoreRegisterForDeviceNotifications", "AMDeviceCopyValue",
+             "AMDeviceCopyDeviceIdentifier", "AMDeviceConnect", "AMDeviceDisconnect",
+             "AMDeviceGetConnectionID", "USBMuxConnectByPort"});
+  if (library.failure.empty() && !IsNamed(library.path, kDeviceLibrary)) {
+    library.failure = library.path + " is not called " + kDeviceLibrary + ", as the bridge asks";
+  }
+  deviceLibraryLoaded = FindingLink("device-library", library, kInstallApple) && foundation;
 }
 
 void Doctor::ExaminePortDriver() {
@@ -228,7 +241,10 @@ std::string Doctor::RegistryLink(const char* link, const char* key, const char* 
 
 bool Doctor::LibraryLink(const char* link, const std::string& name,
                          const std::vector<const char*>& exports, const char* advice) {
-  LibraryFinding library = instruments.load(name, exports);
+  return FindingLink(link, instruments.load(name, exports), advice);
+}
+
+bool Doctor::FindingLink(const char* link, const LibraryFinding& library, const char* advice) {
   if (library.failure.empty()) {
     Holds(link, LoadedText(library));
     return true;

@@ -88,6 +88,7 @@ class Doctor {
   std::string RegistryLink(const char* link, const char* key, const char* value);
   bool LibraryLink(const char* link, const std::string& name,
                    const std::vector<const char*>& exports, const char* advice);
+  bool FindingLink(const char* link, const LibraryFinding& library, const char* advice);
   void Holds(const char* link, const std::string& found);
   void Broken(const char* link, const std::string& found, const char* advice);
   void Unknown(const char* link, const std::string& why);

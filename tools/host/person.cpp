@@ -17,7 +17,8 @@ using std::chrono::steady_clock;
 
 constexpr int kPollMilliseconds = 200;
 constexpr int kScanPollMilliseconds = 25;
-constexpr int kScanPolls = 60;
+constexpr int kScanPolls = 100;
+constexpr int kStillPolls = 6;
 
 int64_t CountEndpoints(const Wrapper& wrapper) {
   return wrapper.sources.count() + wrapper.destinations.count();
@@ -27,12 +28,14 @@ int64_t CountEndpoints(const Wrapper& wrapper) {
 
 void Person::Start() {
   wrapper.start();
-  // A scan fills the lists one device at a time: it is over when the number no longer grows.
+  // A scan fills the lists one device at a time: it is over when the number has not grown for a
+  // while.
   int64_t before = 0;
-  for (int poll = 0; poll < kScanPolls; ++poll) {
+  int still = 0;
+  for (int poll = 0; poll < kScanPolls && still < kStillPolls; ++poll) {
     system.sleep(kScanPollMilliseconds);
     int64_t now = CountEndpoints(wrapper);
-    if (now > 0 && now == before) return;
+    still = now > 0 && now == before ? still + 1 : 0;
     before = now;
   }
 }

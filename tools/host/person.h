@@ -29,8 +29,8 @@ class Person {
   Person(const Wrapper& calls, const System& hostSystem, Output answers)
       : wrapper(calls), system(hostSystem), output(std::move(answers)) {}
 
-  // Starts the service and waits until the first scan has filled the lists, or for a second and a
-  // half on a machine where there is nothing to find.
+  // Starts the service and waits until the first scan has filled the lists, or for two seconds and
+  // a half on a machine where there is nothing to find.
   void Start();
 
   // Carries one line out. The exit code that the program would end with; the person was told why it
