@@ -39,15 +39,19 @@ class Rows(unittest.TestCase):
         self.assertEqual(rows[1]["measure"], "heap allocations: a")
         self.assertEqual(rows[1]["ours"], 2)
 
-    def test_alone_is_compared_with_bare_and_under_load_with_alone(self):
-        alone = result("way, alone", [20] * 99 + [90], [10] * 99 + [50], phases=1)
+    def test_silence_is_compared_with_bare_and_a_load_with_silence(self):
+        silent = result("way, others silent", [20] * 99 + [90], [10] * 99 + [50], phases=1)
         loaded = result("way, noise", [40] * 99 + [180], [30] * 99 + [60], phases=1)
-        rows = {row["measure"]: row for row in judge.rows_of([loaded, alone])}
-        self.assertEqual(rows["way, alone, p50"]["ratio"], 2)
-        self.assertEqual(rows["way, alone, p99"]["ratio"], 90 / 50)
+        rows = {row["measure"]: row for row in judge.rows_of([silent, loaded])}
+        self.assertEqual(rows["way, others silent, p50"]["ratio"], 2)
+        self.assertEqual(rows["way, others silent, p99"]["ratio"], 90 / 50)
         self.assertEqual(rows["way, noise, p99"]["ratio"], 180 / 90)
         self.assertEqual(rows["way, noise, bare, p99"]["ratio"], 60 / 50)
 
+    def test_without_others_there_is_only_the_bare_one(self):
+        rows = judge.rows_of([result("way, alone", [4] * 100, [2] * 100, phases=1)])
+        self.assertEqual([(row["measure"], row["ratio"]) for row in rows],
+                         [("way, alone, p50", 2), ("way, alone, p99", 2)])
 
     def test_a_percentile_is_the_median_of_the_phases(self):
         quiet, noisy = [1] * 10, [50] * 10
@@ -126,6 +130,11 @@ class Regressions(unittest.TestCase):
     def test_a_count_that_was_nothing_stays_nothing(self):
         rows = judge.rows_of([result("a", [1], [0])])
         self.assertEqual(judge.regressions(rows, {"a": 0}), ["a: was 0, is 1"])
+
+    def test_a_lucky_latency_is_stored_as_even(self):
+        rows = judge.rows_of([result("way, alone", [1] * 100, [2] * 100, phases=1)])
+        self.assertEqual(set(judge.scores(rows).values()), {1})
+        self.assertEqual(judge.scores(judge.rows_of([result("a", [1], [2])])), {"a": 0.5})
 
     def test_figures_without_a_limit_are_not_stored(self):
         self.assertEqual(judge.scores(judge.rows_of([result("a", [1])])), {})

@@ -193,21 +193,20 @@ class Scene {
     bridge.Attach(1);
     RunAsMeasured(WatchedThreads().back().id);
     RunBesideTheMeasured(0);
-    bridge.Attach(kSysexDevice + 1);
     bridge.PublishSource(0, source);
-    for (std::size_t i = 1; i <= kOthers; ++i) {
-      const MidiAddress port{"Port of device no. " + std::to_string(i),
-                             static_cast<std::int32_t>(100 + i)};
-      bridge.PublishSource(i, port);
-      toPorts.push_back(MidiFrame(port, MidiOf(3)));
-      toOutput.push_back(MidiFrame({kOutput, bridge.OutputId()}, MidiOf(3)));
-    }
     arrivalListener = &atDriver;
   }
 
   void Measure() {
+    Measure({{"alone", [] {}, [] {}}});
+    AttachOthers();
+    Measure(WithOthers());
+  }
+
+ private:
+  // Phases of each condition take turns.
+  void Measure(const std::vector<Condition>& conditions) {
     const auto ways = Ways();
-    const auto conditions = Conditions();
     std::vector<Result> results(ways.size() * conditions.size());
     for (int phase = 0; phase < kPhases; ++phase) {
       auto result = results.begin();
@@ -233,7 +232,17 @@ class Scene {
     }
   }
 
- private:
+  void AttachOthers() {
+    bridge.Attach(kSysexDevice + 1);
+    for (std::size_t i = 1; i <= kOthers; ++i) {
+      const MidiAddress port{"Port of device no. " + std::to_string(i),
+                             static_cast<std::int32_t>(100 + i)};
+      bridge.PublishSource(i, port);
+      toPorts.push_back(MidiFrame(port, MidiOf(3)));
+      toOutput.push_back(MidiFrame({kOutput, bridge.OutputId()}, MidiOf(3)));
+    }
+  }
+
   std::vector<Way> Ways() {
     const Loopback device = bridge.Link(0);
     return {{"device to driver",
@@ -250,9 +259,9 @@ class Scene {
              device.device, device.library}};
   }
 
-  std::vector<Condition> Conditions() {
+  std::vector<Condition> WithOthers() {
     const auto quiet = [this] { streams.reset(); };
-    return {{"alone", [] {}, [] {}},
+    return {{"others silent", [] {}, [] {}},
             {"8 devices stream to an output",
              [this] { streams = std::make_unique<Streams>(bridge, toOutput); }, quiet},
             {"8 devices stream to their ports",
