@@ -23,8 +23,8 @@ class Burst final : public ArrivalListener {
   void Arrived(const std::uint8_t* data, std::uint32_t length) override;
 
   // Sends `gate`, one frame, then a burst of `count` frames that stand in `burst`, both into
-  // `socket`, whose other end the measured thread reads. The cost of each of
-  // the `count`, of which the last one and `arrivals` in all are messages that arrive.
+  // `socket`, whose other end the measured thread reads. The cost of each of the `count`, of which
+  // the last one and `arrivals` in all are messages that arrive.
   Cost Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,
            std::size_t count, std::size_t arrivals);
   Cost Run(int socket, const std::vector<char>& gate, const std::vector<char>& burst,

@@ -15,6 +15,7 @@ WORSE = 4 / 3  # how much a ratio may grow until it counts as a regression
 SILENT = "others silent"  # what a load is compared with
 HEAP = "heap allocations: "
 PART_LIMIT = "/limit"
+CURVE_STEPS = 150
 TABLE_BEGIN = "<!-- the last table -->"
 TABLE_END = "<!-- end of the table -->"
 
@@ -201,6 +202,13 @@ def table(rows, about):
     return "\n".join(text) + "\n"
 
 
+def curve_points(count):
+    """Places in an ordered list that show its slow end as well as its middle: as far apart in the
+    picture as they can be, whose axis is logarithmic."""
+    return sorted({count - max(1, round(count ** (step / CURVE_STEPS)))
+                   for step in range(CURVE_STEPS + 1)})
+
+
 def write_curves(results, path):
     """For the picture: how much of the messages took longer, one block of lines for each curve."""
     with open(path, "w", encoding="ascii") as out:
@@ -210,8 +218,8 @@ def write_curves(results, path):
             for who, values in (("ours", result["ours"]), ("bare", result["limit"])):
                 ordered = sorted(values)
                 out.write(f"\"{who}, {result['measure'].split(', ', 1)[1]}\"\n")
-                for number, value in enumerate(ordered):
-                    out.write(f"{value:.2f} {1 - number / len(ordered):.6f}\n")
+                for number in curve_points(len(ordered)):
+                    out.write(f"{ordered[number]:.2f} {1 - number / len(ordered):.6f}\n")
                 out.write("\n\n")
 
 

@@ -192,6 +192,11 @@ class Program(unittest.TestCase):
         self.assertEqual(document["about"]["machine"], "a desk")
         self.assertEqual(document["rows"][0]["ratio"], 2)
 
+    def test_a_curve_begins_with_the_fastest_and_ends_with_the_slowest(self):
+        points = judge.curve_points(3200)
+        self.assertEqual((points[0], points[-1]), (0, 3199))
+        self.assertLess(len(points), 200)
+
     def test_curves_fall_from_all_messages_to_the_slowest(self):
         self.run_judge([result("way, alone", [3, 1], [2, 4], phases=1)])
         with open(self.path("curves"), encoding="ascii") as source:

@@ -11,6 +11,7 @@
 #include "bench/burst.h"
 #include "bench/desk.h"
 #include "bench/results.h"
+#include "bench/watched_threads.h"
 #include "bench/ways.h"
 
 namespace corvalint::bench {
@@ -24,7 +25,7 @@ constexpr int kRounds = 31;
 constexpr int kSlices = 4;    // of a round that sends
 constexpr int kBurst = 2000;  // of a round that only receives
 
-// What a round of a site measures, in nanoseconds for each message.
+// What a round of a site measures, for each message.
 enum class Kind : std::uint8_t {
   input,         // from the desktop's keys to all devices
   bareToAll,     // one encoding and a bare send to each device
@@ -35,38 +36,46 @@ enum class Kind : std::uint8_t {
 };
 
 // The library with so many devices, each with so many endpoints in use. What is measured belongs to
-// a device and an endpoint in the middle.
+// a device in the middle, and to its endpoints in turn.
 class Site {
  public:
   Site(std::size_t devices, std::size_t endpoints)
       : bridge(devices, Buffers::large), device(devices / 2) {
     bridge.Attach(devices);
+    RunAsMeasured(0);
+    RunAsMeasured(WatchedThreads()[kServiceThreads + device].id);
     for (std::size_t d = 0; d < devices; ++d) {
       for (std::size_t e = 0; e < endpoints; ++e) Publish(d, e);
       bridge.DrainAll();
     }
-    middle = Endpoint(device, endpoints / 2);
-    port = PortNamed(middle.name);
+    for (std::size_t e = 0; e < endpoints; ++e) {
+      own.push_back(Endpoint(device, e));
+      ports.push_back(PortNamed(own.back().name));
+    }
     arrivalListener = &burst;
   }
 
-  double Round(Kind kind) {
+  Cost Round(Kind kind) {
     bridge.DrainAll();
     switch (kind) {
       case Kind::input:
         return Sending([] { PlayShort(kPackedNote); });
       case Kind::bareToAll:
-        return Sending([&] { SendBare(bridge, {kKeys, 7}, 0, bridge.Attached()); });
+        return Sending([&] { SendBare(bridge, keys, 0, bridge.Attached()); });
       case Kind::relayed:
-        return bridge.Attached() == 1 ? Receiving(middle, kBurst) : Relaying();
+        return bridge.Attached() == 1 ? Receiving(own, kBurst) : Relaying();
       case Kind::bareToOthers:
-        return Sending([&] { SendBare(bridge, middle, 1, bridge.Attached()); });
+        return Sending([&] { SendBare(bridge, own.front(), 1, bridge.Attached()); });
       case Kind::output:
-        return Receiving({middle.name, bridge.OutputId()}, kBurst);
+        return Receiving({{own.front().name, bridge.OutputId()}}, kBurst);
       case Kind::port:
         break;
     }
-    return Sending([&] { port.Write(noteBytes.data(), noteBytes.size()); });
+    std::size_t next = 0;
+    return Sending([&] {
+      ports[next].Write(noteBytes.data(), noteBytes.size());
+      if (++next == ports.size()) next = 0;
+    });
   }
 
  private:
@@ -82,30 +91,40 @@ class Site {
   }
 
   template <class Action>
-  double Sending(const Action& action) {
-    return CostOfSending(bridge, kSlices, action).cpu;
+  Cost Sending(const Action& action) {
+    return CostOfSending(bridge, kSlices, action);
   }
 
-  double Receiving(const MidiAddress& address, std::size_t count) {
-    const auto frame = MidiFrame(address, MidiOf(3));
-    return burst.Run(bridge.Link(device).device, frame, Repeated(frame, count), count).cpu;
+  Cost Receiving(const std::vector<MidiAddress>& addresses, std::size_t count) {
+    std::vector<char> frames;
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto frame = MidiFrame(addresses[i % addresses.size()], MidiOf(3));
+      frames.insert(frames.end(), frame.begin(), frame.end());
+    }
+    const auto gate = MidiFrame(addresses.back(), MidiOf(3));
+    return burst.Run(bridge.Link(device).device, gate, frames, count);
   }
 
   // The gate's frame goes out to the others too.
-  double Relaying() {
-    double sum = 0;
+  Cost Relaying() {
+    Cost sum;
     for (int slice = 0; slice < kSlices; ++slice) {
-      sum += Receiving(middle, kFramesAtOnce - 1);
+      const Cost cost = Receiving(own, kFramesAtOnce - 1);
+      sum.cpu += cost.cpu;
+      sum.allocations += cost.allocations;
       bridge.Flush(device);
       bridge.DrainAll();
     }
-    return sum / kSlices;
+    return sum.For(kSlices);
   }
 
+  static constexpr std::size_t kServiceThreads = 2;
+
   Bridge bridge;
+  const MidiAddress keys{kKeys, bridge.KeysId()};
   const std::size_t device;
-  MidiAddress middle;
-  OpenPort port;
+  std::vector<MidiAddress> own;
+  std::vector<OpenPort> ports;
   Burst burst;
 };
 
@@ -128,8 +147,8 @@ class OtherSite {
   OtherSite(const OtherSite&) = delete;
   OtherSite& operator=(const OtherSite&) = delete;
 
-  double Round(Kind kind) {
-    double cost = 0;
+  Cost Round(Kind kind) {
+    Cost cost;
     if (write(orders[1], &kind, sizeof kind) != sizeof kind ||
         read(answers[0], &cost, sizeof cost) != sizeof cost) {
       GiveUp("the second process has ended");
@@ -143,7 +162,7 @@ class OtherSite {
     Site site(kManyDevices, kManyEndpoints);
     Kind kind{};
     while (read(orders[0], &kind, sizeof kind) == sizeof kind) {
-      const double cost = site.Round(kind);
+      const Cost cost = site.Round(kind);
       if (write(answers[1], &cost, sizeof cost) != sizeof cost) break;
     }
     _exit(0);
@@ -167,27 +186,29 @@ struct Way {
 }  // namespace
 
 void MeasureScale() {
+  WatchThreads();
   OtherSite large;  // before this process has threads
   Site small(1, 1);
   const auto nothing = [](Site&, OtherSite&) { return 0.0; };
-  const std::array ways{Way{"64 x 16: input to all devices", Kind::input, 64,
-                            [](Site& one, OtherSite& many) {
-                              return many.Round(Kind::bareToAll) - one.Round(Kind::bareToAll);
-                            }},
-                        Way{"64 x 16: device to its port and all others", Kind::relayed, 64,
-                            [](Site&, OtherSite& many) { return many.Round(Kind::bareToOthers); }},
-                        Way{"64 x 16: device to an output", Kind::output, 1, nothing},
-                        Way{"64 x 16: port to its device", Kind::port, 1, nothing}};
+  const std::array ways{
+      Way{"64 x 16: input to all devices", Kind::input, 64,
+          [](Site& one, OtherSite& many) {
+            return many.Round(Kind::bareToAll).cpu - one.Round(Kind::bareToAll).cpu;
+          }},
+      Way{"64 x 16: device to its port and all others", Kind::relayed, 64,
+          [](Site&, OtherSite& many) { return many.Round(Kind::bareToOthers).cpu; }},
+      Way{"64 x 16: device to an output", Kind::output, 1, nothing},
+      Way{"64 x 16: port to its device", Kind::port, 1, nothing}};
   for (const Way& way : ways) {
     Result result;
     result.measure = way.measure;
     for (int round = 0; round < kWarmUpRounds + kRounds; ++round) {
-      const double many = large.Round(way.kind);
-      const double one = small.Round(way.kind);
-      const double least = one + way.difference(small, large);
+      const Cost many = large.Round(way.kind);
+      const double least = small.Round(way.kind).cpu + way.difference(small, large);
       if (round < kWarmUpRounds) continue;
-      result.ours.push_back(many / way.deliveries);
+      result.ours.push_back(many.cpu / way.deliveries);
       result.limit.push_back(least / way.deliveries);
+      result.allocations.push_back(many.allocations);
     }
     Tell(result);
   }
