@@ -174,7 +174,8 @@ class Program(unittest.TestCase):
         self.assertEqual((status, complaints), (1, "bench: a: was 1, is 1.4\n"))
 
     def test_a_stored_table_stands_in_the_page(self):
-        self.write("page", f"before\n{judge.TABLE_BEGIN}\nthe one before\n{judge.TABLE_END}\nafter\n")
+        marked = f"{judge.TABLE_BEGIN}\nthe one before\n{judge.TABLE_END}"
+        self.write("page", f"before\n{marked}\nafter\n")
         self.run_judge([result("a", [10], [10])], "--page", self.path("page"))
         with open(self.path("page"), encoding="utf-8") as source:
             self.assertIn("the one before", source.read())

@@ -30,7 +30,7 @@ void Use(Bridge& bridge) {
                              static_cast<std::int32_t>(100 + i)};
     bridge.PublishSource(i, source);
     bridge.PublishDestination(i, source);
-    for (const std::size_t size : {3, 1024, 65536}) {
+    for (const std::size_t size : {std::size_t{3}, std::size_t{1024}, std::size_t{65536}}) {
       const auto frame = MidiFrame(source, MidiOf(size));
       WriteAll(bridge.Link(i).device, frame.data(), frame.size());
       bridge.Flush(i);

@@ -71,7 +71,8 @@ loadTimes() {
 about
 progress "Parts"
 "$programs/corvalint-bench-parts" --benchmark_repetitions=9 --benchmark_min_time=0.02 \
-  --benchmark_enable_random_interleaving=true --benchmark_format=json >"$output/parts.json" 2>/dev/null
+  --benchmark_enable_random_interleaving=true --benchmark_format=json \
+  >"$output/parts.json" 2>/dev/null
 for group in receiving input scale latency memory; do
   progress "Ways: $group"
   "$programs/corvalint-bench-ways" "$group" >>"$results"
