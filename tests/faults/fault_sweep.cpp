@@ -308,9 +308,13 @@ int Main(int argc, char** argv) {
   const std::uint64_t offset = from
                                    ? std::strtoull(argv[2], nullptr, 10)
                                    : static_cast<std::uint64_t>(std::time(nullptr)) / 3600 % stride;
-  std::printf("%llu injection points, every %llu. of them from --offset %llu\n",
-              static_cast<unsigned long long>(sweep.Points()),
-              static_cast<unsigned long long>(stride), static_cast<unsigned long long>(offset));
+  std::printf("%llu injection points", static_cast<unsigned long long>(sweep.Points()));
+  if (all) {
+    std::puts(", all of them");
+  } else {
+    std::printf(", every %llu. of them from --offset %llu\n",
+                static_cast<unsigned long long>(stride), static_cast<unsigned long long>(offset));
+  }
   sweep.Run(stride, offset);
   return sweep.Summary() ? 0 : 1;
 }
