@@ -28,6 +28,7 @@ struct InputDevice {
   Worker driver;          // runs injected input
   std::atomic<bool> gone = false;
   std::atomic<MMRESULT> resultWhenGone = MMSYSERR_NOERROR;
+  std::atomic<int> openHandles = 0;
 };
 
 // What a driver does with an open input, as items of one injection.

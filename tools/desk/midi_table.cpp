@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "midi_messages.h"
 #include "outbox.h"
 #include "pace.h"
 
@@ -117,6 +118,7 @@ std::shared_ptr<OpenInput> MidiTable::OpenInputHandle(std::shared_ptr<InputDevic
                                                       DWORD_PTR callback, DWORD_PTR instance) {
   const std::lock_guard hold(lock);
   const auto handle = reinterpret_cast<HMIDIIN>(NextHandle());
+  ++device->openHandles;
   auto opened = std::make_shared<OpenInput>(std::move(device), handle, callback, instance);
   inputHandles[handle] = opened;
   return opened;
@@ -142,7 +144,11 @@ std::shared_ptr<OpenOutput> MidiTable::Find(HMIDIOUT handle) {
 
 bool MidiTable::Forget(HMIDIIN handle) {
   const std::lock_guard hold(lock);
-  return inputHandles.erase(handle) != 0;
+  const auto found = inputHandles.find(handle);
+  if (found == inputHandles.end()) return false;
+  --found->second->device->openHandles;
+  inputHandles.erase(found);
+  return true;
 }
 
 bool MidiTable::Forget(HMIDIOUT handle) {
@@ -194,6 +200,16 @@ void MidiTable::Inject(int id, std::int64_t job, std::vector<InputItem> items, s
                         std::to_string(dropped));
   });
   if (!posted) Outbox::Get().Event("injected " + std::to_string(job) + " 0 0");
+}
+
+void MidiTable::Feed(const std::shared_ptr<InputDevice>& device, const std::uint8_t* midi,
+                     std::size_t size) {
+  if (device->openHandles == 0) return;
+  device->driver.Post([this, device, bytes = Bytes(midi, midi + size)] {
+    for (const InputItem& item : MessagesIn(bytes)) {
+      for (const auto& opened : HandlesOf(*device)) opened->Deliver(item, 0);
+    }
+  });
 }
 
 }  // namespace corvalint::desk

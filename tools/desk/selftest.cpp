@@ -17,6 +17,7 @@
 
 #include "selftest_stress.h"
 #include "selftest_support.h"
+#include "text.h"
 
 namespace {
 
@@ -172,6 +173,14 @@ long long SendToPort(const Words& words) {
   return sent;
 }
 
+// Sends bytes in hex at once.
+long long PlayPort(const Words& words) {
+  const auto send =
+      Bind<BOOL(WINAPI*)(void*, BYTE*, DWORD)>("teVirtualMIDI64", "virtualMIDISendData");
+  corvalint::desk::Bytes bytes = corvalint::desk::BytesFromHex(words.at(1));
+  return send(port, bytes.data(), static_cast<DWORD>(bytes.size()));
+}
+
 long long ClosePort(const Words&) {
   Bind<void(WINAPI*)(void*)>("teVirtualMIDI64", "virtualMIDIClosePort")(port);
   return callbacksInside;
@@ -243,21 +252,14 @@ using Action = std::function<long long(const Words&)>;
 
 std::map<std::string, Action> Actions() {
   std::map<std::string, Action> table = {
-      {"libraries", LoadLibraries},
-      {"subscribe", Subscribe},
-      {"restore", RegisterRestore},
-      {"identifier", Identifier},
-      {"stream", Stream},
-      {"create-port", CreatePort},
-      {"send-port", SendToPort},
-      {"close-port", ClosePort},
-      {"open-input", OpenInput},
-      {"queue", QueueBuffers},
-      {"unprepare", UnprepareInput},
-      {"send-long", SendLong},
-      {"send-unprepared", SendUnprepared},
-      {"names", ListNames},
-      {"take", Take},
+      {"libraries", LoadLibraries}, {"subscribe", Subscribe},
+      {"restore", RegisterRestore}, {"identifier", Identifier},
+      {"stream", Stream},           {"create-port", CreatePort},
+      {"send-port", SendToPort},    {"play-port", PlayPort},
+      {"close-port", ClosePort},    {"open-input", OpenInput},
+      {"queue", QueueBuffers},      {"unprepare", UnprepareInput},
+      {"send-long", SendLong},      {"send-unprepared", SendUnprepared},
+      {"names", ListNames},         {"take", Take},
   };
   table["stress"] = [](const Words& words) { return Stress(std::stoull(words.at(1))); };
   table["start"] = [](const Words&) { return midiInStart(input); };

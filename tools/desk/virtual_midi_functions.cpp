@@ -9,6 +9,7 @@
 namespace {
 
 using corvalint::desk::Call;
+using corvalint::desk::MidiTable;
 using corvalint::desk::Outbox;
 using corvalint::desk::PortTable;
 using corvalint::desk::VirtualPort;
@@ -64,6 +65,7 @@ DESK_EXPORT BOOL WINAPI DeskVirtualMidiSendData(void* handle, BYTE* data, DWORD 
   ++port->messages;
   port->bytes += length;
   Outbox::Get().Recorded('v', port->id, corvalint::desk::NowNs(), data, length);
+  MidiTable::Get().Feed(port->input, data, length);
   return call.Done(TRUE);
 }
 

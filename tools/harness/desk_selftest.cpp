@@ -205,6 +205,26 @@ TEST_F(DeskSelftest, APortNameCanBeTakenOnlyOnce) {
   EXPECT_THAT(control.Violations(), ElementsAre("virtualMIDISendData on a closed port"));
 }
 
+TEST_F(DeskSelftest, WhatThePortsOwnerSendsReachesItsInputMessageByMessage) {
+  control.Open();
+  ASSERT_EQ(Do("libraries"), 4);
+  ASSERT_EQ(Do("create-port Pad"), 0);
+  EXPECT_EQ(Do("play-port 903c64"), 1);  // nobody listens yet
+  StartInput();
+  // A stray byte, running status, a clock byte within SysEx, one byte, two, and what is cut off.
+  EXPECT_EQ(Do("play-port 05903c643c00f001f802f7f6c005b007"), 1);
+  EXPECT_EQ(Do("play-port f0030490"), 1);
+  EXPECT_EQ(Do("play-port f00506"), 1);
+  std::vector<std::string> heard;
+  while (heard.empty() || heard.back() != "long f00506") {
+    for (std::string& text : Heard()) heard.push_back(std::move(text));
+  }
+  EXPECT_THAT(heard, ElementsAre("short 903c64", "short 903c00", "short f80000", "long f00102f7",
+                                 "short f60000", "short c00500", "long f00506"));
+  EXPECT_EQ(Do("close-port"), 0);
+  EXPECT_THAT(control.Violations(), IsEmpty());
+}
+
 // One loopback connection that gives back what it gets.
 std::thread EchoOnce(std::uint16_t& port) {
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
