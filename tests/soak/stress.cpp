@@ -172,6 +172,7 @@ void Run(const Options& options) {
   worldOptions.twoTransports = true;
   worldOptions.connectsFailSometimes = true;
   World world(worldOptions);
+  FreeUdpPort();  // the first one keeps a descriptor, which must not count as left behind
   const ProcessCounts before = CountProcess();
   RunStage(world, options);
   ReportTraffic(world);
