@@ -46,7 +46,9 @@ class Rows(unittest.TestCase):
         self.assertEqual(rows["way, others silent, p50"]["ratio"], 2)
         self.assertEqual(rows["way, others silent, p99"]["ratio"], 90 / 50)
         self.assertEqual(rows["way, noise, p99"]["ratio"], 180 / 90)
-        self.assertEqual(rows["way, noise, bare, p99"]["ratio"], 60 / 50)
+        self.assertEqual(rows["way, noise, beside bare, p99"]["ratio"], 180 / 60)
+        self.assertNotIn("way, noise, p99", judge.scores(rows.values()))
+        self.assertIn("way, noise, beside bare, p99", judge.scores(rows.values()))
 
     def test_without_others_there_is_only_the_bare_one(self):
         rows = judge.rows_of([result("way, alone", [4] * 100, [2] * 100, phases=1)])
