@@ -2,12 +2,15 @@
 
 #include <algorithm>
 
+#include "clients/route_changes.h"
+
 namespace corvalint {
 
 void ClientList::Append(DeviceClient& client) {
   CriticalSectionScope hold(lock);
   clients.push_back(&client);
   Changed();
+  routeChanges.Note();
 }
 
 void ClientList::Remove(const DeviceClient& client) {
@@ -28,24 +31,18 @@ std::uint64_t ClientList::Count() const {
   return clients.size();
 }
 
-ClientWalk::ClientWalk(const ClientList& list) {
+ClientWalk::ClientWalk(const ClientList& list) : ClientWalk(list, nullptr) {}
+
+ClientWalk::ClientWalk(const ClientList& list, const std::string& ownerKey)
+    : ClientWalk(list, &ownerKey) {}
+
+ClientWalk::ClientWalk(const ClientList& list, const std::string* ownerKey) {
   CriticalSectionScope hold(list.lock);
-  MakeRoom(list.clients.size());
+  if (list.clients.size() > few.size()) many.reserve(list.clients.size());
   for (DeviceClient* client : list.clients) {
+    if (ownerKey != nullptr && !client->Owner().MayOwn(*ownerKey)) continue;
     if (client->gate.TryBorrow()) Take(client);
   }
-}
-
-ClientWalk::ClientWalk(const ClientList& list, const std::string& ownerKey) {
-  CriticalSectionScope hold(list.lock);
-  MakeRoom(list.clients.size());
-  for (DeviceClient* client : list.clients) {
-    if (client->Owner().MayOwn(ownerKey) && client->gate.TryBorrow()) Take(client);
-  }
-}
-
-void ClientWalk::MakeRoom(std::size_t clients) {
-  if (clients > few.size()) many.reserve(clients);
 }
 
 ClientWalk::~ClientWalk() {

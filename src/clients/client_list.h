@@ -52,7 +52,7 @@ class ClientWalk {
   DeviceClient* const* end() const { return First() + count; }
 
  private:
-  void MakeRoom(std::size_t clients);
+  ClientWalk(const ClientList& list, const std::string* ownerKey);  // null: over all
   void Take(DeviceClient* client);
   DeviceClient* const* First() const { return many.empty() ? few.data() : many.data(); }
 

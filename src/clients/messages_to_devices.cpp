@@ -70,6 +70,7 @@ void UsbServer::SendMidiToOwners(const std::uint8_t* data, std::uint32_t length,
 void UsbServer::RelayMidiToOthers(const std::uint8_t* data, std::uint32_t length, const char* name,
                                   std::int32_t id, const DeviceClient& origin,
                                   std::int64_t timestamp) {
+  // A packet that came from a device always fits, so nothing is lost with what is not built.
   if (clients.HasOnly(origin)) return;
   const MidiPacket packet(data, length, name, id, timestamp);
   for (DeviceClient* client : ClientWalk(clients)) {

@@ -215,10 +215,10 @@ std::vector<PublishedEndpoint> ExternalMidiManager::PublishedEndpoints() {
 // kept for its caller, who restores the count with a HoldScope.
 bool ExternalMidiManager::OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName)
     CORVALINT_UNCHECKED_LOCKING {
-  if (!MayOwn(ownerKey)) return false;  // every port carries the manager's own key
+  if (!MayOwn(ownerKey)) return false;
   midiLock.Enter();
   if (ownerKey.empty()) return HasEndpointNamed(endpointName) != 0;
-  const bool owns = !ports.empty();
+  const bool owns = !ports.empty();  // each carries the manager's own key
   midiLock.Leave();
   return owns;
 }

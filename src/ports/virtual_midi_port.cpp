@@ -161,11 +161,6 @@ void VirtualMidiPort::MidiReceived(const std::uint8_t* data, std::uint32_t count
   owner->MidiReceived(data, count, endpointName, id, secondWord, timestamp, *key);
 }
 
-std::string VirtualMidiPort::DeviceKey() const {
-  CriticalSectionScope hold(lock);
-  return deviceKey != nullptr ? *deviceKey : std::string();
-}
-
 void virtualMidiDataCallback(VirtualMidiHandle /*handle*/, std::uint8_t* data, std::uint32_t length,
                              std::uintptr_t instance) try {
   const std::shared_ptr<VirtualMidiPort> port = TheLivePorts().Find(instance);

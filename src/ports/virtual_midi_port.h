@@ -66,7 +66,6 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
                     const std::string& recordKey) override;
 
   const std::string& Name() const { return name; }
-  std::string DeviceKey() const CORVALINT_EXCLUDES(lock);
 
  private:
   VirtualMidiPort(std::string endpointName, DesktopNames& desktopNames);
@@ -76,7 +75,7 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
   DesktopNames& names;
   const std::uintptr_t instance;  // what the driver gives back to the callback
 
-  // Leaf: the callback copies what it needs under it.
+  // Leaf: the callback takes shares of what it needs under it.
   mutable CriticalSection lock;
   std::shared_ptr<VirtualMidiEndpointRecord> sourceRecord CORVALINT_GUARDED_BY(lock);
   std::shared_ptr<VirtualMidiEndpointRecord> destinationRecord CORVALINT_GUARDED_BY(lock);

@@ -132,9 +132,10 @@ bool BaseClientThread::Gather(std::size_t count) {
 // Receives what is missing together with what follows it: a burst of small frames costs one system
 // call, a large one brings the header of the next.
 int BaseClientThread::ReceiveMore(std::size_t count) {
-  MakeRoom(std::max(count + kFrameHeaderSize, kReadAhead));
-  const std::size_t wanted = receivedBegin + std::max(count + kFrameHeaderSize, kReadAhead);
-  return stream.Receive(received.get() + receivedEnd, static_cast<int>(wanted - receivedEnd));
+  const std::size_t wanted = std::max(count + kFrameHeaderSize, kReadAhead);
+  MakeRoom(wanted);
+  return stream.Receive(received.get() + receivedEnd,
+                        static_cast<int>(receivedBegin + wanted - receivedEnd));
 }
 
 // Makes room for `count` bytes from the first unread one on. What is unread is a part of one frame;

@@ -45,6 +45,7 @@ void DeviceStream::Open(int connectedSocket) {
   CriticalSectionScope hold(lock);
   kept.swap(room);
   keptBegin = 0;
+  moreWaits = false;
   socket = connectedSocket;
 }
 
@@ -68,7 +69,7 @@ bool DeviceStream::Close() {
 }
 
 int DeviceStream::Send(const void* data, std::uint32_t size) {
-  if (size > kMaximumPayload) return -1;  // no receiver would accept it
+  if (size > kMaximumPayload) return -1;
   CriticalSectionScope hold(lock);
   WriteFrameHeader(staging.get(), size);
   if (size > 0) std::memcpy(staging.get() + kFrameHeaderSize, data, size);
@@ -76,6 +77,7 @@ int DeviceStream::Send(const void* data, std::uint32_t size) {
 }
 
 int DeviceStream::SendFrame(const Frame& frame) {
+  if (frame.payloadSize > kMaximumPayload) return -1;  // no receiver would accept it
   CriticalSectionScope hold(lock);
   return SendOrKeep(frame);
 }

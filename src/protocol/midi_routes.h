@@ -20,8 +20,8 @@ struct MidiRoute {
 
 // The routes of one device's MIDI by endpoint id: looked up once, and again after a change of the
 // published ports or of the desktop's destinations, so that a stream of notes takes none of their
-// locks. Shares of what has gone are kept until the next message at most. For the client's own
-// thread.
+// locks. Shares of what has gone are kept until the device plays again, or ends. For the client's
+// own thread.
 class MidiRoutes {
  public:
   // `portManager` must outlive the routes.

@@ -158,7 +158,7 @@ TEST(ClientWalk, IsACopyThatLaterChangesDoNotTouch) {
 }
 
 TEST(ClientWalk, TakesAnyNumberOfClientsInOrder) {
-  for (const std::size_t total : {31u, 32u, 33u, 34u, 100u}) {
+  for (const std::size_t total : {63u, 64u, 65u, 66u, 130u}) {
     ClientList list;
     std::deque<RecordingClient> devices(total);
     std::vector<DeviceClient*> expected;
@@ -177,7 +177,7 @@ TEST(ClientWalk, TakesAnyNumberOfClientsInOrder) {
 
 TEST(ClientWalk, LeavesClientsOutOfALongListToo) {
   ClientList list;
-  std::deque<RecordingClient> devices(40);
+  std::deque<RecordingClient> devices(80);
   std::vector<DeviceClient*> expected;
   for (std::size_t i = 0; i < devices.size(); ++i) {
     list.Append(devices[i]);
@@ -188,6 +188,23 @@ TEST(ClientWalk, LeavesClientsOutOfALongListToo) {
     }
   }
   EXPECT_THAT(Walked(list), ElementsAreArray(expected));
+}
+
+TEST(ClientWalk, VisitsOnlyThoseThatMayOwnSomethingOfAKey) {
+  for (const std::size_t total : {3u, 80u}) {
+    ClientList list;
+    std::deque<RecordingClient> devices(total);
+    std::vector<DeviceClient*> expected;
+    for (std::size_t i = 0; i < total; ++i) {
+      list.Append(devices[i]);
+      devices[i].scripted.mayOwn = i % 2 == 0 ? "phone" : "pad";
+      if (i % 2 == 0) expected.push_back(&devices[i]);
+    }
+    const ClientWalk walk(list, "phone");
+    EXPECT_THAT((std::vector<DeviceClient*>{walk.begin(), walk.end()}), ElementsAreArray(expected));
+    devices[1].gate.Close();
+    EXPECT_TRUE(devices[1].gate.Drained()) << "passed over, not borrowed";
+  }
 }
 
 // A client that was taken out of the list and is no longer borrowed is freed at once by its owner;

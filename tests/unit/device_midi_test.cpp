@@ -77,10 +77,13 @@ TEST(DeviceMidi, IsReadWhole) {
 }
 
 TEST(DeviceMidi, EverythingElseGoesTheGeneralWay) {
+  const std::string kArguments = OscText("Piano") + OscInt32(1) + OscInt64(2) + OscBlobBytes("abc");
   DeviceMidi midi{};
+  ASSERT_TRUE(ReadDeviceMidi(MidiMessage("Piano", 1, 2, "abc").data(), 44, midi));
   for (const std::string& packet :
-       {std::string(), std::string("/mid"), OscMessage("/midis", "sihb", ""),
-        OscMessage("/midi", "ssihb", ""), OscMessage("/init_timing", "h", OscInt64(0)),
+       {std::string(), std::string("/mid"), OscMessage("/midis", "sihb", kArguments),
+        OscMessage("/midi", "ssihb", OscText("Piano") + kArguments),
+        OscMessage("/midi", "sihs", kArguments), OscMessage("/init_timing", "h", OscInt64(0)),
         OscBundle(1, {MidiMessage("Piano", 1, 2, "abc")})}) {
     EXPECT_FALSE(ReadDeviceMidi(packet.data(), packet.size(), midi)) << packet;
   }

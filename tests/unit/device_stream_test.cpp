@@ -85,6 +85,12 @@ TEST_F(DeviceStreamTest, AFrameThatIsWholeGoesOutAsItIs) {
   EXPECT_EQ(stream->SendFrame({bytes.data(), 4}), -1);
 }
 
+TEST_F(DeviceStreamTest, AWholeFrameThatNoReceiverWouldAcceptIsNotSent) {
+  const std::string bytes(kFrameHeaderSize + kMaximumPayload + 1, '\0');
+  EXPECT_EQ(stream->SendFrame({bytes.data(), kMaximumPayload + 1}), -1);
+  EXPECT_TRUE(sockets.Sends().empty());
+}
+
 TEST_F(DeviceStreamTest, AFrameGoesOutInOneSend) {
   Send("one!");
   Send("twotwo");
@@ -273,17 +279,46 @@ TEST_F(DeviceStreamTest, WhatWasKeptGoesOutInTheMiddleOfABurst) {
 }
 
 TEST_F(DeviceStreamTest, ABurstThatEndsWithTheStreamOrAFailureSaysSo) {
+  int waits = 0;
+  sockets.BeforeWait([&] { ++waits; });
   peer->Send("abcd");
   peer->Close();
   char buffer[4] = {};
   EXPECT_EQ(stream->Receive(buffer, 4), 4);
   EXPECT_EQ(stream->Receive(buffer, 4), 0);
+  EXPECT_EQ(waits, 1);
   stream->Close();
   Connect();
   peer->Send("abcd");
   EXPECT_EQ(stream->Receive(buffer, 4), 4);
   sockets.ReceiveErrors({SocketError::other});
   EXPECT_EQ(stream->Receive(buffer, 4), -1);
+  EXPECT_EQ(waits, 2);
+}
+
+TEST_F(DeviceStreamTest, BytesOfABurstThatCameAfterACloseAreNotTaken) {
+  peer->Send("abcdefgh");
+  char buffer[4] = {};
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  sockets.BeforeReceive([&] { stream->Close(); });
+  EXPECT_EQ(stream->Receive(buffer, 4), -1);
+}
+
+TEST_F(DeviceStreamTest, ANewStreamIsWaitedForWhateverTheOldOneWasInTheMiddleOf) {
+  peer->Send("abcdefgh");
+  char buffer[4] = {};
+  EXPECT_EQ(stream->Receive(buffer, 4), 4);
+  stream->Close();
+  Connect();
+  bool waited = false;
+  sockets.BeforeWait([&] {
+    waited = true;
+    peer->Send("new");
+  });
+  const int before = sockets.Receives();
+  EXPECT_EQ(stream->Receive(buffer, 4), 3);
+  EXPECT_TRUE(waited);
+  EXPECT_EQ(sockets.Receives(), before + 1);
 }
 
 TEST_F(DeviceStreamTest, TheEndOfTheStreamIsZero) {

@@ -38,14 +38,20 @@ TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreToldOnceUntilSomethingChan
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
 }
 
-TEST_F(MessageDispatchTest, MidiInABundleOrWithAnIdInWordsGoesTheSameWay) {
+TEST_F(MessageDispatchTest, ADeviceThatComesLaterIsToldToo) {
+  Take(MidiMessage("Piano", 5, 0, kNote));
+  RecordingClient late;
+  server.clients.Append(late);
+  Take(MidiMessage("Piano", 5, 0, kNote));
+  server.clients.Remove(late);
+  EXPECT_EQ(late.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
+}
+
+TEST_F(MessageDispatchTest, MidiInABundleGoesTheSameWay) {
   Publish(7);
   Take(OscBundle(1, {MidiMessage("Piano", 7, 5, kNote)}));
-  Take(OscMessage("/midi", "sshb",
-                  OscText("Piano") + OscText("7") + OscInt64(5) + OscBlobBytes(kNote)));
-  EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)", "send(1, 90 3C 7F)"}));
-  EXPECT_EQ(other.TakePackets(),
-            (Packets{MidiMessage("Piano", 7, 5, kNote), MidiMessage("Piano", 7, 5, kNote)}));
+  EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)"}));
+  EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 7, 5, kNote)}));
 }
 
 TEST_F(MessageDispatchTest, MidiForAPublishedPortGoesThereAndToTheOthers) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "clients/route_changes.h"
 #include "support/midi_desk.h"
 
 namespace corvalint::test {
@@ -51,6 +52,22 @@ TEST_F(MidiScan, ListsNewDevicesInOrderWithIdsFromTheClockAndTheirNumbers) {
   EXPECT_EQ(registry.DestinationAt(1)->deviceIndex, 1u);
   EXPECT_EQ(registry.SourceAt(1)->deviceIndex, 1u);
   EXPECT_EQ(&registry.SourceAt(0)->registry, &registry);
+}
+
+// Devices' clients remember which destinations an id has, until this count moves.
+TEST_F(MidiScan, CountsADestinationThatComesOrGoesAsAChangeOfRoutes) {
+  winmm.SetOutputs({"Synth"});
+  winmm.SetInputs({"Keys"});
+  std::uint64_t before = routeChanges.Count();
+  Scan();
+  EXPECT_NE(routeChanges.Count(), before) << "a new one";
+  before = routeChanges.Count();
+  Scan();
+  EXPECT_EQ(routeChanges.Count(), before) << "nothing new";
+  winmm.SetOutputs({});
+  Scan();
+  EXPECT_NE(routeChanges.Count(), before) << "one has gone";
+  Forget();
 }
 
 TEST_F(MidiScan, NewEndpointsAreOffAvailableClosedAndNotAnnounced) {

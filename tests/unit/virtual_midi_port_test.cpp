@@ -31,7 +31,6 @@ TEST_F(VirtualMidiPortTest, IsMadeAtTheDriverWithItsNameAndClosedThere) {
   EXPECT_EQ(driver.Created(1).maximumSysex, 65535u);
   EXPECT_EQ(driver.Created(1).flags, 1u);
   EXPECT_EQ(port->Name(), "Piano");
-  EXPECT_EQ(port->DeviceKey(), "");
   EXPECT_EQ(port->Record(EndpointKind::source), nullptr);
   EXPECT_EQ(port->Record(EndpointKind::destination), nullptr);
   port->Close();

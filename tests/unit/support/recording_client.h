@@ -28,11 +28,15 @@ class ScriptedOwner final : public EndpointOwner {
   bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) override;
   void SendMidiToDestination(std::string_view name, std::uint32_t id) override;
   std::vector<PublishedEndpoint> PublishedEndpoints() override;
+  bool MayOwn(const std::string& ownerKey) const override {
+    return mayOwn.empty() || mayOwn == ownerKey;
+  }
 
   // What was asked since the last time: "owns(KEY, NAME)", "destination(NAME, ID)".
   std::vector<std::string> TakeQuestions();
 
   bool owns = false;
+  std::string mayOwn;  // the one key that it may own something of, or empty: of any
   std::vector<PublishedEndpoint> published;
   std::function<void()> whenAsked;    // inside OwnsEndpoint
   std::function<void()> whenHandled;  // inside SendMidiToDestination
