@@ -84,8 +84,8 @@ TEST(LiveScreenTest, TheHighestValueOfASparklineHasTheWholeHeight) {
   EXPECT_EQ(Sparkline({3}, 0), "");
 }
 
-TEST(ChangeHistoryTest, CountsBySecondForAMinute) {
-  ChangeHistory history;
+TEST(SecondHistoryTest, CountsBySecondForAMinute) {
+  SecondHistory history;
   history.Add(1000, 2);
   history.Add(1000, 1);
   history.Add(1002, 5);

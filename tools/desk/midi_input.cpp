@@ -45,7 +45,7 @@ MMRESULT OpenInput::Add(MIDIHDR* header, UINT size) {
 
 MMRESULT OpenInput::Start() {
   const std::lock_guard hold(lock);
-  started = true;
+  if (std::exchange(started, true)) return MMSYSERR_NOERROR;
   startTick = GetTickCount();
   Outbox::Get().Event("input " + std::to_string(device->id) + " started");
   return MMSYSERR_NOERROR;

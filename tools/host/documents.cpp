@@ -50,6 +50,14 @@ std::string DevicesDocument(unsigned int devices, std::string_view time) {
       .Text();
 }
 
+std::string MidiDocument(const PortNews& news, std::string_view time) {
+  JsonObject document;
+  document.String("kind", "midi").String("time", time).String("name", news.name);
+  if (news.refused != 0)
+    return document.Raw("messages", "null").Number("result", news.refused).Text();
+  return document.Number("messages", static_cast<int64_t>(news.messages)).Text();
+}
+
 std::string SwitchedDocument(std::string_view side, const Endpoint& endpoint, bool on) {
   return JsonObject()
       .String("kind", "switched")

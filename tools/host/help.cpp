@@ -5,8 +5,9 @@ namespace corvalint::host {
 std::string CommandsText() {
   return R"(  list              the MIDI sources (inputs) and destinations (outputs) of this
                     desktop: id, on or off, whether it can be used, name
-  watch [SECONDS]   shows what changes, until the time is over or Ctrl-C: in a
-                    terminal as a screen in place, elsewhere as lines
+  watch [SECONDS]   shows what changes, and the messages per second that apps
+                    play, until the time is over or Ctrl-C: in a terminal as a
+                    screen in place, elsewhere as lines
   on TARGET         switches on; as sub-command it stays and watches, since what
                     is on goes off when the program ends
   off TARGET        switches off

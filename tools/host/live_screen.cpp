@@ -6,7 +6,8 @@
 namespace corvalint::host {
 namespace {
 
-constexpr int kTimeColumns = 40;  // a screen narrower than that shows no time
+constexpr int kWideColumns = 40;  // a screen narrower than that shows no time and fewer seconds
+constexpr size_t kNumberColumns = 5;
 
 // The next character of the text, which is valid UTF-8 or is taken byte by byte.
 struct Character {
@@ -45,13 +46,32 @@ void AddSide(std::vector<std::string>& lines, const char* title,
   }
 }
 
+// A row for each port: the last second's messages, those of the seconds before as blocks, the name.
+void AddPorts(std::vector<std::string>& lines, const std::vector<PortRate>& ports, int columns) {
+  if (ports.empty()) return;
+  bool wide = columns >= kWideColumns;
+  lines.push_back(wide ? "MIDI messages per second" : "MIDI per second");
+  size_t seconds = wide ? 20 : 6;
+  bool allCounted = true;
+  for (const PortRate& port : ports) {
+    allCounted = allCounted && port.counted;
+    bool known = port.counted && !port.perSecond.empty();
+    std::string number = known ? std::to_string(port.perSecond.back()) : "-";
+    number.insert(0, kNumberColumns - std::min(kNumberColumns, number.size()), ' ');
+    std::vector<size_t> shown(seconds, 0);
+    if (known) shown = port.perSecond;
+    lines.push_back(number + " " + Sparkline(shown, seconds) + " " + port.name);
+  }
+  if (!allCounted) lines.push_back(" - cannot be opened");
+}
+
 // The words stand on one line if the screen is wide enough, else on two.
 void AddTitle(std::vector<std::string>& lines, const LiveState& state, int columns) {
   std::string devices =
       std::to_string(state.devices) + (state.devices == 1 ? " device" : " devices");
-  lines.push_back(columns < kTimeColumns ? devices : devices + "   " + state.time);
+  lines.push_back(columns < kWideColumns ? devices : devices + "   " + state.time);
   size_t sum = std::accumulate(state.changes.begin(), state.changes.end(), size_t{0});
-  std::string counted = columns < kTimeColumns ? "changes " : "list changes in a minute: ";
+  std::string counted = columns < kWideColumns ? "changes " : "list changes in a minute: ";
   counted += std::to_string(sum) + " ";
   int room = columns - DisplayWidth(counted);
   lines.push_back(counted + Sparkline(state.changes, static_cast<size_t>(std::max(room, 0))));
@@ -59,19 +79,19 @@ void AddTitle(std::vector<std::string>& lines, const LiveState& state, int colum
 
 }  // namespace
 
-void ChangeHistory::Add(int64_t second, size_t changes) {
+void SecondHistory::Add(int64_t second, size_t count) {
   if (!seconds.empty() && second < seconds.back().second) seconds.clear();
   if (seconds.empty() || second > seconds.back().second) seconds.push_back({second, 0});
-  seconds.back().changes += changes;
+  seconds.back().count += count;
   while (second - seconds.front().second >= static_cast<int64_t>(kSeconds)) seconds.pop_front();
 }
 
-std::vector<size_t> ChangeHistory::PerSecond(int64_t now) const {
+std::vector<size_t> SecondHistory::PerSecond(int64_t now) const {
   std::vector<size_t> values(kSeconds, 0);
   for (const Second& entry : seconds) {
     int64_t age = now - entry.second;
     if (age < 0 || age >= static_cast<int64_t>(kSeconds)) continue;
-    values[kSeconds - 1 - static_cast<size_t>(age)] = entry.changes;
+    values[kSeconds - 1 - static_cast<size_t>(age)] = entry.count;
   }
   return values;
 }
@@ -82,6 +102,7 @@ std::vector<std::string> RenderLive(const LiveState& state, int columns, int row
   for (const std::string& identifier : state.identifiers) lines.push_back(" " + identifier);
   if (!state.announced.empty()) lines.push_back("From apps");
   for (const std::string& endpoint : state.announced) lines.push_back(" " + endpoint);
+  AddPorts(lines, state.ports, columns);
   AddSide(lines, "Sources", state.listing.sources);
   AddSide(lines, "Destinations", state.listing.destinations);
   lines.push_back("Ctrl-C ends");

@@ -10,13 +10,13 @@
 
 namespace corvalint::host {
 
-// How many changes of the lists there were in each of the last seconds.
-class ChangeHistory {
+// How many of something there were in each of the last seconds.
+class SecondHistory {
  public:
   static constexpr size_t kSeconds = 60;
 
   // `second` is a time in whole seconds; a clock that was set back begins the history again.
-  void Add(int64_t second, size_t changes);
+  void Add(int64_t second, size_t count);
 
   // The last 60 seconds up to and including `now`, oldest first; those before the first are 0.
   std::vector<size_t> PerSecond(int64_t now) const;
@@ -24,9 +24,16 @@ class ChangeHistory {
  private:
   struct Second {
     int64_t second;
-    size_t changes;
+    size_t count;
   };
   std::deque<Second> seconds;
+};
+
+// The MIDI messages at one published port.
+struct PortRate {
+  std::string name;
+  bool counted = true;            // false: its input cannot be opened
+  std::vector<size_t> perSecond;  // the last second that is over stands last
 };
 
 // What the screen of `watch` shows at one moment. All texts are UTF-8.
@@ -36,7 +43,8 @@ struct LiveState {
   unsigned int devices = 0;
   std::vector<std::string> identifiers;  // of devices, as far as they are known
   std::vector<std::string> announced;    // endpoints of apps
-  std::vector<size_t> changes;           // for each second, the latest last
+  std::vector<PortRate> ports;
+  std::vector<size_t> changes;  // for each second, the latest last
 };
 
 // The screen's lines: at most `rows`, none wider than `columns`. What does not fit is counted in

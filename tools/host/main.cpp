@@ -16,6 +16,7 @@
 #include "host/person.h"
 #include "host/script.h"
 #include "host/windows_doctor.h"
+#include "host/windows_ears.h"
 #include "host/windows_screen.h"
 #include "host/windows_system.h"
 #include "host/windows_text.h"
@@ -80,6 +81,8 @@ int RunPerson(const Options& options, std::FILE* file, const Output& output) {
   Wrapper wrapper = LoadWrapper();
   System system = MakeSystem();
   system.columns = [file] { return TerminalColumns(file); };
+  system.listInputs = ListInputs;
+  system.openInput = OpenInputEar;
   // On a screen the library's own lines would stand in the way.
   if (!options.verbose) {
     system.openScreen = [file] { return OpenConsoleScreen(file); };

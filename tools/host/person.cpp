@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <optional>
 #include <stdexcept>
 
 #include "host/documents.h"
 #include "host/exit_codes.h"
 #include "host/help.h"
+#include "host/port_counts.h"
 #include "host/watch.h"
 
 namespace corvalint::host {
@@ -140,19 +142,32 @@ std::unique_ptr<WatchView> Person::OpenView() {
 void Person::Watch(const std::string& seconds) {
   std::optional<int32_t> limit = ParseInt32(seconds);
   steady_clock::time_point start = steady_clock::now();
-  Listing before = ReadListing(wrapper, system);
+  PortCounts ports(system);
+  Look look;
+  auto lookAround = [&] {
+    int64_t second = std::time(nullptr);
+    look.listing = ReadListing(wrapper, system);
+    look.devices = wrapper.usbClients();
+    ports.Look(look.listing.sources, second);
+    look.news = ports.TakeNews();
+    look.rates = ports.Rates(second);
+  };
+  lookAround();
   std::unique_ptr<WatchView> view = OpenView();
-  view->Begin(before, wrapper.usbClients());
+  view->Begin(look);
   while (!system.takeInterrupt()) {
-    if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) return;
+    if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) break;
     system.sleep(kPollMilliseconds);
-    Listing now = ReadListing(wrapper, system);
-    std::vector<Change> changes;
-    AddChanges(changes, "source", before.sources, now.sources);
-    AddChanges(changes, "destination", before.destinations, now.destinations);
-    view->Update(now, changes, wrapper.usbClients());
-    before = std::move(now);
+    Listing before = std::move(look.listing);
+    lookAround();
+    look.changes.clear();
+    AddChanges(look.changes, "source", before.sources, look.listing.sources);
+    AddChanges(look.changes, "destination", before.destinations, look.listing.destinations);
+    view->Update(look);
   }
+  look.changes.clear();
+  look.news = ports.TakeNews(true);
+  if (!look.news.empty()) view->Update(look);
 }
 
 int Person::Fail(int exitCode, const std::string& text) {

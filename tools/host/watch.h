@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
@@ -8,25 +9,34 @@
 #include "host/endpoints.h"
 #include "host/evidence.h"
 #include "host/live_screen.h"
+#include "host/port_counts.h"
 #include "host/wrapper.h"
 
 namespace corvalint::host {
 
 // The local time, as "18:30:05" and as "2026-11-21T18:30:05".
-std::string TimeOfDay();
-std::string DateAndTime();
+std::string TimeOfDay(std::time_t time = std::time(nullptr));
+std::string DateAndTime(std::time_t time = std::time(nullptr));
 
 std::string DevicesText(unsigned int devices);
+
+// What `watch` sees at one look.
+struct Look {
+  Listing listing;
+  unsigned int devices = 0;
+  std::vector<Change> changes;  // since the look before, often none
+  std::vector<PortNews> news;   // the same
+  std::vector<PortRate> rates;
+};
 
 // Shows what `watch` sees: as lines, as documents or on a screen. One thread.
 class WatchView {
  public:
   virtual ~WatchView() = default;
   // The first look.
-  virtual void Begin(const Listing& listing, unsigned int devices) = 0;
-  // The next look, some tenths of a second later, and what is different; often nothing.
-  virtual void Update(const Listing& listing, const std::vector<Change>& changes,
-                      unsigned int devices) = 0;
+  virtual void Begin(const Look& look) = 0;
+  // The next look, some tenths of a second later.
+  virtual void Update(const Look& look) = 0;
 };
 
 using PrintText = std::function<void(const std::string& text)>;
@@ -35,9 +45,8 @@ using PrintText = std::function<void(const std::string& text)>;
 class LineView : public WatchView {
  public:
   explicit LineView(PrintText printText) : print(std::move(printText)) {}
-  void Begin(const Listing& listing, unsigned int devices) override;
-  void Update(const Listing& listing, const std::vector<Change>& changes,
-              unsigned int devices) override;
+  void Begin(const Look& look) override;
+  void Update(const Look& look) override;
 
  private:
   PrintText print;
@@ -48,9 +57,8 @@ class LineView : public WatchView {
 class DocumentView : public WatchView {
  public:
   explicit DocumentView(PrintText printText) : print(std::move(printText)) {}
-  void Begin(const Listing& listing, unsigned int devices) override;
-  void Update(const Listing& listing, const std::vector<Change>& changes,
-              unsigned int devices) override;
+  void Begin(const Look& look) override;
+  void Update(const Look& look) override;
 
  private:
   PrintText print;
@@ -63,17 +71,16 @@ class LiveView : public WatchView {
   // The system outlives the object.
   LiveView(std::unique_ptr<Screen> theScreen, const System& hostSystem)
       : screen(std::move(theScreen)), system(hostSystem) {}
-  void Begin(const Listing& listing, unsigned int devices) override;
-  void Update(const Listing& listing, const std::vector<Change>& changes,
-              unsigned int devices) override;
+  void Begin(const Look& look) override;
+  void Update(const Look& look) override;
 
  private:
-  void Show(const Listing& listing, unsigned int devices);
+  void Show(const Look& look);
 
   std::unique_ptr<Screen> screen;
   const System& system;
   ConsoleReader console;
-  ChangeHistory history;
+  SecondHistory history;
 };
 
 }  // namespace corvalint::host

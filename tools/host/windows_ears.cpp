@@ -15,6 +15,7 @@ namespace {
 // The functions of winmm.dll, looked up so that the program starts on a machine without it.
 struct Winmm {
   decltype(&midiInGetNumDevs) count = nullptr;
+  decltype(&midiInGetDevCapsA) ansiCaps = nullptr;
   decltype(&midiInGetDevCapsW) caps = nullptr;
   decltype(&midiInOpen) open = nullptr;
   decltype(&midiInStart) start = nullptr;
@@ -28,18 +29,25 @@ bool Bind(HMODULE module, const char* name, Function& function) {
   return function != nullptr;
 }
 
-bool BindAll(Winmm& winmm) {
-  HMODULE module = LoadLibraryA("winmm.dll");
-  return module != nullptr && Bind(module, "midiInGetNumDevs", winmm.count) &&
-         Bind(module, "midiInGetDevCapsW", winmm.caps) && Bind(module, "midiInOpen", winmm.open) &&
-         Bind(module, "midiInStart", winmm.start) && Bind(module, "midiInStop", winmm.stop) &&
-         Bind(module, "midiInClose", winmm.close);
+// Null if the library is not there or lacks one of them.
+const Winmm* TheWinmm() {
+  static const Winmm* const found = []() -> const Winmm* {
+    static Winmm winmm;
+    HMODULE module = LoadLibraryA("winmm.dll");
+    bool bound = module != nullptr && Bind(module, "midiInGetNumDevs", winmm.count) &&
+                 Bind(module, "midiInGetDevCapsA", winmm.ansiCaps) &&
+                 Bind(module, "midiInGetDevCapsW", winmm.caps) &&
+                 Bind(module, "midiInOpen", winmm.open) &&
+                 Bind(module, "midiInStart", winmm.start) &&
+                 Bind(module, "midiInStop", winmm.stop) && Bind(module, "midiInClose", winmm.close);
+    return bound ? &winmm : nullptr;
+  }();
+  return found;
 }
 
 // An input while it is open. The driver counts on a thread of its own.
 struct OpenInput {
   HMIDIIN handle = nullptr;
-  std::string name;
   MMRESULT refused = 0;
   std::atomic<uint64_t> messages{0};
 };
@@ -48,12 +56,8 @@ void CALLBACK Count(HMIDIIN, UINT message, DWORD_PTR instance, DWORD_PTR, DWORD_
   if (message == MIM_DATA) ++reinterpret_cast<OpenInput*>(instance)->messages;
 }
 
-void Open(const Winmm& winmm, UINT index, OpenInput& input) {
-  MIDIINCAPSW caps = {};
-  if (winmm.caps(index, &caps, sizeof caps) == MMSYSERR_NOERROR) {
-    input.name = WideToUtf8(caps.szPname);
-  }
-  input.refused = winmm.open(&input.handle, index, reinterpret_cast<DWORD_PTR>(&Count),
+void Open(const Winmm& winmm, UINT number, OpenInput& input) {
+  input.refused = winmm.open(&input.handle, number, reinterpret_cast<DWORD_PTR>(&Count),
                              reinterpret_cast<DWORD_PTR>(&input), CALLBACK_FUNCTION);
   if (input.refused != MMSYSERR_NOERROR) return;
   input.refused = winmm.start(input.handle);
@@ -66,24 +70,72 @@ void Close(const Winmm& winmm, std::unique_ptr<OpenInput>& input) {
   if (winmm.close(input->handle) != MMSYSERR_NOERROR) static_cast<void>(input.release());
 }
 
+std::string NameOf(const Winmm& winmm, UINT number) {
+  MIDIINCAPSW caps = {};
+  if (winmm.caps(number, &caps, sizeof caps) != MMSYSERR_NOERROR) return {};
+  return WideToUtf8(caps.szPname);
+}
+
+std::string AnsiNameOf(const Winmm& winmm, UINT number) {
+  MIDIINCAPSA caps = {};
+  if (winmm.ansiCaps(number, &caps, sizeof caps) != MMSYSERR_NOERROR) return {};
+  return caps.szPname;
+}
+
+class WinmmEar : public InputEar {
+ public:
+  WinmmEar(const Winmm& functions, UINT number)
+      : winmm(functions), input(std::make_unique<OpenInput>()) {
+    Open(winmm, number, *input);
+  }
+  ~WinmmEar() override { Close(winmm, input); }
+  uint32_t Refused() const override { return input->refused; }
+  // To start what is started does nothing, but tells whether the driver still answers.
+  bool Alive() const override { return winmm.start(input->handle) == MMSYSERR_NOERROR; }
+  uint64_t Messages() const override { return input->messages; }
+
+ private:
+  const Winmm& winmm;
+  std::unique_ptr<OpenInput> input;
+};
+
 }  // namespace
 
 std::vector<HeardInput> ListenToInputs(int seconds) {
-  Winmm winmm;
-  if (!BindAll(winmm)) return {};
-  std::vector<std::unique_ptr<OpenInput>> inputs;
-  UINT count = winmm.count();
-  for (UINT index = 0; index < count; ++index) {
-    inputs.push_back(std::make_unique<OpenInput>());
-    Open(winmm, index, *inputs.back());
+  const Winmm* winmm = TheWinmm();
+  if (winmm == nullptr) return {};
+  std::vector<std::unique_ptr<WinmmEar>> ears;
+  std::vector<HeardInput> heard;
+  UINT count = winmm->count();
+  for (UINT number = 0; number < count; ++number) {
+    heard.push_back({NameOf(*winmm, number), 0, 0});
+    ears.push_back(std::make_unique<WinmmEar>(*winmm, number));
   }
   Sleep(static_cast<DWORD>(seconds) * 1000);
-  std::vector<HeardInput> heard;
-  for (std::unique_ptr<OpenInput>& input : inputs) {
-    heard.push_back({input->name, input->messages, input->refused});
-    Close(winmm, input);
+  for (UINT number = 0; number < count; ++number) {
+    heard[number].messages = ears[number]->Messages();
+    heard[number].refused = ears[number]->Refused();
   }
   return heard;
+}
+
+std::vector<MidiInput> ListInputs() {
+  const Winmm* winmm = TheWinmm();
+  std::vector<MidiInput> inputs;
+  UINT count = winmm == nullptr ? 0 : winmm->count();
+  for (UINT number = 0; number < count; ++number) {
+    inputs.push_back({AnsiNameOf(*winmm, number), NameOf(*winmm, number)});
+  }
+  return inputs;
+}
+
+std::unique_ptr<InputEar> OpenInputEar(size_t number, const MidiInput& expected) {
+  const Winmm* winmm = TheWinmm();
+  if (winmm == nullptr) return nullptr;
+  auto ear = std::make_unique<WinmmEar>(*winmm, static_cast<UINT>(number));
+  // The numbers may have moved since the inputs were listed.
+  if (AnsiNameOf(*winmm, static_cast<UINT>(number)) != expected.nameBytes) return nullptr;
+  return ear;
 }
 
 }  // namespace corvalint::host

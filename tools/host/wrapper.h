@@ -49,6 +49,24 @@ class Screen {
   virtual void Draw(const std::vector<std::string>& lines) = 0;
 };
 
+// One MIDI input of this desktop.
+struct MidiInput {
+  std::string nameBytes;  // in the ANSI code page, as the library gives names; empty: unknown
+  std::string name;       // in UTF-8
+};
+
+// A MIDI input while this program has it open to count what arrives. Its end closes it.
+class InputEar {
+ public:
+  virtual ~InputEar() = default;
+  // Why it could not be opened, a result of winmm; 0 if it could.
+  virtual uint32_t Refused() const = 0;
+  // False once the device behind it has gone, though another of its name may be there by now.
+  virtual bool Alive() const = 0;
+  // Messages that have arrived so far, SysEx not among them.
+  virtual uint64_t Messages() const = 0;
+};
+
 // What the host needs from the system. The texts it takes and gives are UTF-8 but for AnsiToUtf8's
 // argument, which is bytes in the ANSI code page.
 struct System {
@@ -64,6 +82,10 @@ struct System {
   std::function<std::unique_ptr<Screen>()> openScreen;
   // What the library has printed since this was last asked, in UTF-8. Empty: it is not kept.
   std::function<std::string()> takeLibraryLines;
+  // The MIDI inputs of this desktop by their numbers. Empty: no messages are counted.
+  std::function<std::vector<MidiInput>()> listInputs;
+  // Opens the input with that number; null if it is not the expected one any more.
+  std::function<std::unique_ptr<InputEar>(size_t number, const MidiInput& expected)> openInput;
 };
 
 }  // namespace corvalint::host
