@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,7 +31,8 @@ constexpr std::size_t kSysexDevice = kOthers + 1;
 constexpr int kPhases = 8;
 constexpr int kPairs = 400;  // of one message of ours and a bare one, in a phase
 constexpr int kWarmUpPairs = 50;
-constexpr std::chrono::microseconds kBetween{500};
+constexpr int kShortestPause = 350;  // microseconds
+constexpr int kLongestPause = 650;
 constexpr std::chrono::milliseconds kLatest{2};
 
 // A note that is timed. Its data bytes are its number; no other note has this status.
@@ -173,13 +175,19 @@ struct Condition {
   std::function<void()> end;
 };
 
-// Alternates, so that whatever else the machine does meets both.
-void PlayPairs(const Way& way, Result& result) {
+// Pairs of one message of ours and a bare one, so that whatever else the machine does meets both.
+// Which comes first and how long the pauses are is thrown by dice: something that happens each
+// millisecond must not always meet the same one. Even numbers are ours.
+void PlayPairs(const Way& way, std::minstd_rand& dice, Result& result) {
   constexpr std::size_t kMessages = 2 * (kWarmUpPairs + kPairs);
+  std::uniform_int_distribution pause(kShortestPause, kLongestPause);
   auto next = std::chrono::steady_clock::now();
-  for (std::size_t i = 0; i < kMessages; ++i) {
-    std::this_thread::sleep_until(next += kBetween);
-    (i % 2 == 0 ? way.ours : way.bare)(i);
+  for (std::size_t pair = 0; pair < kMessages; pair += 2) {
+    const std::size_t first = dice() & 1;
+    for (const std::size_t number : {pair + first, pair + 1 - first}) {
+      std::this_thread::sleep_until(next += std::chrono::microseconds(pause(dice)));
+      (number % 2 == 0 ? way.ours : way.bare)(number);
+    }
   }
   for (std::size_t i = 0; i < kMessages; ++i) {
     const double took = crossings.Microseconds(i);
@@ -216,7 +224,7 @@ class Scene {
           {
             const Receiver receiver(way.receiver, way.sender);
             condition.begin();
-            PlayPairs(way, *result++);
+            PlayPairs(way, dice, *result++);
             condition.end();
           }
           // Whatever is still on its way belongs to this condition and not to the next one.
@@ -282,6 +290,7 @@ class Scene {
   std::vector<std::vector<char>> toOutput;
   std::vector<std::vector<char>> toPorts;
   AtDriver atDriver;
+  std::minstd_rand dice;
   std::unique_ptr<Streams> streams;
 };
 
