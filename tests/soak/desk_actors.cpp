@@ -86,7 +86,7 @@ void ProgramStep(World& world, Random& random, Actor& actor) {
 void DeskStep(World& world, Random& random, Actor& actor) {
   actor.Doing("plugging");
   world.Winmm().Plug(SomeOf(kInputs, random), SomeOf(kOutputs, random));
-  if (Roll(random, 5) == 0) world.Winmm().FailNextOpen();
+  if (Roll(random, 5) == 0) world.Winmm().FailNextOpen(true);
 }
 
 void UdpStep(const UdpEnd& program, const Surroundings& around, Random& random, Actor& actor) {

@@ -102,9 +102,9 @@ void SmallWinmm::Plug(Names newInputs, Names newOutputs) {
   outputs = std::move(newOutputs);
 }
 
-void SmallWinmm::FailNextOpen() {
+void SmallWinmm::FailNextOpen(bool fails) {
   const std::lock_guard hold(mutex);
-  failNextOpen = true;
+  failNextOpen = fails;
 }
 
 SmallWinmm::Names SmallWinmm::Present(const Names& plugged) const {

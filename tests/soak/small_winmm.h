@@ -31,8 +31,8 @@ class SmallWinmm {
   SmallWinmm& operator=(const SmallWinmm&) = delete;
 
   void Plug(Names inputs, Names outputs);
-  // The next open of any device fails.
-  void FailNextOpen();
+  // Whether the next open of any device fails.
+  void FailNextOpen(bool fails);
 
   // Plays into one of the inputs that are open and started, `pick` tells which; false when there is
   // none, or none with a buffer.
