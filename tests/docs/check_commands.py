@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fails when a document shows a command or names a test that does not exist.
+"""Fails when a document shows a command that no test runs, or names one or a test that does not exist.
 
 In code blocks and between backticks of every Markdown page of the repository it checks:
   ./dev X           X is a command that "./dev help" names, and so is each option behind it
@@ -10,7 +10,7 @@ In code blocks and between backticks of every Markdown page of the repository it
   `Suite.Name`      a test of that name stands in tests/
   ```sh             each line of such a block begins with a program that is installed here, that is
                     a file of the repository, or that an earlier line of the block has made
-It does not run the commands.
+And each command is compared with command_table.py, which says what runs it. It does not run any.
 """
 
 import argparse
@@ -20,7 +20,9 @@ import shutil
 import subprocess
 import sys
 
+from command_table import COMMANDS, By, NoTest, Run
 from documents import ROOT, blocks_of, code_spans, pages
+from shown_commands import shown_commands
 
 OPTION = re.compile(r"--[a-z][\w-]*")
 
@@ -45,9 +47,9 @@ class Known:
             re.findall(r"(?:^|[\"(])  ([a-z]+)(?: \[?[A-Z|]+\]?)?  +\S", host, re.M))
         self.host_options = set(OPTION.findall(host))
         macro = re.compile(r"\b(?:TYPED_)?TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)")
-        self.tests = {
-            f"{suite}.{name}" for path in (ROOT / "tests").rglob("*.cpp")
-            for suite, name in macro.findall(path.read_text())
+        self.tests = {  # and the text of the file that each stands in
+            f"{suite}.{name}": text for path in (ROOT / "tests").rglob("*.cpp")
+            for text in [path.read_text()] for suite, name in macro.findall(text)
         }
 
     def is_made(self, program):
@@ -145,6 +147,49 @@ def complaints_of_page(page, known):
                 yield number, complaint
 
 
+def names_its_test(command, known):
+    """True for a program that is a test itself, and for a choice among the tests, see above."""
+    program = re.fullmatch(r"build/([\w-]+)/tests/(?:[\w-]+/)*([\w-]+)", command)
+    if program:
+        return f"{program[1]}.{program[2]}" in known.ctest_names
+    chosen = re.fullmatch(r"(?:ctest(?: --test-dir build/[\w-]+)?|\./dev test) -R (\S+)", command)
+    return chosen is not None and any(re.search(chosen[1], name) for name in known.ctest_names)
+
+
+def is_test(name, known):
+    return name in known.tests or any(
+        known_name.partition(".")[2] == name for known_name in known.ctest_names)
+
+
+def complaints_about_way(way, known):
+    """What is wrong with a line of the table."""
+    if isinstance(way, Run):
+        tests, reason = (f"docs_run_{way.group}",), "it runs it"
+    elif isinstance(way, By):
+        tests, reason = way.tests, way.tests
+    else:
+        tests, reason = way.parts, way.reason
+    if not reason:
+        yield "says neither what runs it nor why nothing does"
+    for name in tests:
+        if not is_test(name, known):
+            yield f"there is no test {name}"
+        elif isinstance(way, By) and way.witness not in known.tests.get(name, way.witness):
+            yield f"{name} has no {way.witness}"
+
+
+def complaints_about_table(shown, table, known):
+    """What is shown, as (place, command), and not run, and lines of the table that do not hold. A
+    line for a command that no document shows any more does no harm."""
+    for place, command in shown:
+        if command not in table and not names_its_test(command, known):
+            yield (f"{place}: no test runs this: {command}\n"
+                   "  say in tests/docs/command_table.py what does")
+    for command, way in table.items():
+        for complaint in complaints_about_way(way, known):
+            yield f"command_table.py: {command}: {complaint}"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -155,6 +200,13 @@ def main():
         for path in pages()
         for number, complaint in complaints_of_page(path.read_text(encoding="utf-8"), known)
     ]
+    shown = [(f"{path}:{number}", command) for path, number, command in shown_commands()]
+    wrong += complaints_about_table(shown, COMMANDS, known)
+    for command in sorted(set(COMMANDS) - {command for _, command in shown}):
+        print(f"no document shows {command} any more")
+    in_parts = sum(isinstance(way, NoTest) for way in COMMANDS.values())
+    print(f"{len(shown)} commands shown; the table has {len(COMMANDS)}, {in_parts} of them are run in "
+          "parts only")
     print(f"known: {len(known.dev_commands)} commands of ./dev, {len(known.ctest_names)} tests of "
           f"ctest, {len(known.tests)} tests by name, {len(known.host_commands)} sub-commands")
     if wrong:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Shows that check_links.py and check_commands.py notice what they are there for."""
+"""Shows that check_links.py, check_commands.py and shown_commands.py notice what they are there for."""
 
 import tempfile
 import types
@@ -8,7 +8,9 @@ from pathlib import Path
 
 import check_commands
 import check_links
+from command_table import By, NoTest, Run
 from documents import blocks_of, code_spans
+from shown_commands import commands_of
 
 PAGE = """# A page & more
 
@@ -107,6 +109,61 @@ $ WINEDEBUG=-all sh -c true -o made.exe
                      "```\n./dev walk\n```"):
             with self.subTest(page):
                 self.assertEqual(len(self.complaints(page + "\n")), 1)
+
+
+class ShownCommands(unittest.TestCase):
+    def commands(self, page):
+        return [command for _, command in commands_of(page + "\n")]
+
+    def test_commands_are_found_in_prose_and_in_every_kind_of_block(self):
+        for page, command in (
+                ("Call `./dev walk far` now", "./dev walk far"),
+                ("Call `build/asan/tests/x_test`", "build/asan/tests/x_test"),
+                ("    ./dev walk   # a remark", "./dev walk"),
+                ("    $ WINEDEBUG=-all wine x.exe", "WINEDEBUG=-all wine x.exe"),
+                ("    > corvalint-host list\n    wine answers", "corvalint-host list"),
+                ("```sh\nno_such_program 1   # a remark\n```", "no_such_program 1"),
+                ("```bat\n..\\..\\poll 10 \"Keys\"\n```", '..\\..\\poll 10 "Keys"'),
+                ("```\ncorvalint-host doctor [--wait=N] [SUB [WORD]...]\n```",
+                 "corvalint-host doctor")):
+            with self.subTest(page):
+                self.assertEqual(self.commands(page), [command])
+
+    def test_what_is_no_command_is_not_found(self):
+        for page in ("The program `corvalint-host` and `./dev`", "`corvalint-host.exe`",
+                     "    oscsend > iPad   60", "    holds    log", "```c\ncp = x;\n```",
+                     "`build/windows/desk`", "./dev walk, not code"):
+            with self.subTest(page):
+                self.assertEqual(self.commands(page), [])
+
+
+class Table(unittest.TestCase):
+    known = types.SimpleNamespace(
+        tests={"Suite.Name": 'Run("list")'},
+        ctest_names=["asan.x_test", "release.docs_run_quick", "release.by_another"])
+    good = {"./dev a": Run("quick", "text"), "./dev b": By(("Suite.Name",), '"list"'),
+            "./dev c": By(("by_another",)), "./dev d": NoTest((), "a reason")}
+
+    def complaints(self, commands, table):
+        shown = [("page:1", command) for command in commands]
+        return list(check_commands.complaints_about_table(shown, table, self.known))
+
+    def test_what_is_run_is_not_told(self):
+        self.assertEqual(self.complaints(
+            [*self.good, "build/asan/tests/unit/x_test", "ctest -R x_t", "./dev test -R other",
+             "ctest --test-dir build/asan -R docs"], self.good), [])
+
+    def test_a_command_that_nothing_runs_is_told(self):
+        for command in ("./dev e", "build/tsan/tests/x_test", "build/asan/tests/x_test --all",
+                        "ctest -R gone"):
+            with self.subTest(command):
+                self.assertEqual(len(self.complaints([*self.good, command], self.good)), 1)
+
+    def test_a_line_of_the_table_that_does_not_hold_is_told(self):
+        for way in (Run("slow", "text"), By(("Suite.Gone",)), By(("Suite.Name",), '"on"'), By(()),
+                    NoTest((), ""), NoTest(("Suite.Gone",), "a reason")):
+            with self.subTest(way):
+                self.assertEqual(len(self.complaints(["./dev a"], {"./dev a": way})), 1)
 
 
 if __name__ == "__main__":
