@@ -345,13 +345,8 @@ TEST_F(DeskSelftest, CarriesBulkAndCountsTheProcess) {
   ASSERT_EQ(Do("libraries"), 4);
   ASSERT_EQ(Do("create-port Bulk"), 0);
   const int port = control.Ports().front().id;
-  const std::int64_t start = RawNowNs();
   ASSERT_EQ(Do("send-port xyz " + std::to_string(kMessages)), static_cast<long long>(kMessages));
   ASSERT_TRUE(control.WaitForPortMessages(port, kMessages));
-  const double seconds = static_cast<double>(RawNowNs() - start) / 1e9;
-  RecordProperty("messagesPerSecond", static_cast<int>(kMessages / seconds));
-  std::printf("%.0f messages a second\n", static_cast<double>(kMessages) / seconds);
-  EXPECT_GT(kMessages / seconds, 50000.0);
   const ProcessCounts counts = control.Counts();
   EXPECT_GT(counts.handles, 5u);
   EXPECT_EQ(counts.openPorts, 1u);
