@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fails when a document shows a command that no test runs, or names one or a test that does not exist.
+"""Fails when a document shows a command that no test runs, or names what does not exist.
 
 In code blocks and between backticks of every Markdown page of the repository it checks:
   ./dev X           X is a command that "./dev help" names, and so is each option behind it
@@ -205,8 +205,8 @@ def main():
     for command in sorted(set(COMMANDS) - {command for _, command in shown}):
         print(f"no document shows {command} any more")
     in_parts = sum(isinstance(way, NoTest) for way in COMMANDS.values())
-    print(f"{len(shown)} commands shown; the table has {len(COMMANDS)}, {in_parts} of them are run in "
-          "parts only")
+    print(f"{len(shown)} commands shown; the table has {len(COMMANDS)}, {in_parts} of them are run "
+          "in parts only")
     print(f"known: {len(known.dev_commands)} commands of ./dev, {len(known.ctest_names)} tests of "
           f"ctest, {len(known.tests)} tests by name, {len(known.host_commands)} sub-commands")
     if wrong:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Shows that check_links.py, check_commands.py and shown_commands.py notice what they are there for."""
+"""Shows that the checks of links and commands notice what they are there for."""
 
 import tempfile
 import types

@@ -1,13 +1,13 @@
-"""By what each command that the documents show is run. check_commands.py compares the two: a command
-that stands in a document must stand here.
+"""By what each command that the documents show is run. check_commands.py compares the two: a
+command that stands in a document must stand here.
 
 There are three ways:
-  Run      tests/docs/run_commands.py runs it, as it stands or in a short form, in a stand-in for the
-           checkout. `group` is the test of ctest that does it: docs_run_GROUP.
-  By       another test runs it. `tests` are its names in ctest (without the tree) or in GoogleTest;
-           `witness` is a text of the file of the latter in which the command can be recognised.
-  NoTest   no test runs the whole of it, for the reason that is given; `parts` are the tests that run
-           what it is made of.
+  Run      tests/docs/run_commands.py runs it, as it stands or in a short form, in a stand-in for
+           the checkout. `group` is the test of ctest that does it: docs_run_GROUP.
+  By       another test runs it. `tests` are its names in ctest (without the tree) or in GoogleTest,
+           `witness` is a text of the latter's file in which the command can be recognised.
+  NoTest   no test runs the whole of it, for the reason that is given; `parts` are the tests that
+           run what it is made of.
 
 These need no line, as they name their test themselves: a program of a build tree that is a test by
 that name, and "ctest -R NAME" and "./dev test -R NAME" for a name that some test has.
@@ -59,6 +59,9 @@ COMMANDS = {
     "wine corvalint-host.exe doctor --listen=0": Run(
         "quick", r"holds +bridge[\s\S]*The first broken link is \S+:[\s\S]*What to do:",
         "cd build/windows && wine corvalint-host.exe doctor --listen=0 --wait=0", code=7),
+    "wine corvalint-host.exe list": Run(
+        "quick", r"Sources: [\s\S]*Destinations: ",
+        "cd build/windows && wine corvalint-host.exe list"),
     "netstat -ano -p UDP": Run("quick", "Local Address", "wine netstat -ano -p UDP"),
 
     "./dev run": Run("play", r"All [\d,]+ messages arrived, unchanged and in order\.",
@@ -73,7 +76,7 @@ COMMANDS = {
         "builds the product a second time without the compilers' memory, which takes minutes"),
     "./dev bench": NoTest(
         ("bench_judge",), "takes minutes on a machine that does nothing else, and needs a library"
-        " that the suite does not; the judgement is what can be right or wrong, and that is tested"),
+        " that the suite does not; the judgement can be right or wrong, and that is tested"),
     "./dev fuzz --coverage": NoTest(
         ("fuzz_corpus.usb",), "needs a tree of its own, which takes minutes to build; the same"
         " programs replay the same inputs in the test"),
@@ -90,9 +93,8 @@ COMMANDS = {
     "corvalint-host": By(("HostTool.CommandsOnStandardInputEndWithTheFirstFailure",), "HostTool"),
     "corvalint-host --help": By(("Package.RunsTheCommandsOfItsFirstPage",), '"--help"'),
     "corvalint-host list": HOST_LISTS,
-    "corvalint-host list --json": By(("HostTool.ListsInOneDocument",), '{"list", "--json"}'),
     'corvalint-host on "USB Keyboard"': By(
-        ("HostTool.WhatIsSwitchedOnStaysOnAndIsWatched",), '{"on", "Keys", "--json"}'),
+        ("Package.RunsTheCommandsOfItsFirstPage",), '{"on", "USB Keyboard"}'),
     "corvalint-host watch": By(("HostTool.WatchEndsWhenItsTimeIsOver",), '{"watch", "0"}'),
     "corvalint-host --json": HOST_SCRIPT,
     "corvalint-host.exe --json": HOST_SCRIPT,

@@ -3,8 +3,8 @@
 
     run_commands.py GROUP
 
-They run in a stand-in for the checkout, a folder of its own in which everything but the results is a
-link: "dev" is the real script, the trees are the real ones, and what is written stays there.
+They run in a stand-in for the checkout, a folder in which everything but the results is a link:
+"dev" is the real script, the trees are the real ones, and what is written stays there.
 Two things are different. Nothing is built and nothing installed, since other tests use the trees at
 the same time: in place of cmake and dpkg-query stand programs that only look whether there is
 such a tree and target. And the programs that run for minutes are given less to do, see SHORTENED.

@@ -152,23 +152,35 @@ TEST_F(Package, TellsItsVersionOnTheCommandLine) {
   EXPECT_THAT(host.Output(), testing::MatchesRegex("corvalint-host " + Version() + "\r?\n"));
 }
 
-// As a person would, on a machine without any of Apple's software.
+// As a person would, on a machine without any of Apple's software and without MIDI devices.
 TEST_F(Package, RunsTheCommandsOfItsFirstPage) {
+  struct Outcome {
+    std::vector<std::string> arguments;
+    int code;
+    std::string told;
+  };
+  const std::map<std::string, Outcome> outcomes{
+      {"--help", {{"--help"}, 0, "SUB-COMMANDS"}},
+      {"list", {{"list"}, 0, "Destinations: none"}},
+      {"doctor", {{"doctor"}, 7, "The first broken link is support-folder"}},
+      {"on \"USB Keyboard\"", {{"on", "USB Keyboard"}, 4, "USB Keyboard"}}};
   std::istringstream page(BytesOf(Unpacked() / "README.md"));
   const std::string prefix = "    corvalint-host ";
   std::set<std::string> commands;
   for (std::string line; std::getline(page, line);) {
     if (line.starts_with(prefix)) commands.insert(line.substr(prefix.size()));
   }
-  EXPECT_EQ(commands, (std::set<std::string>{"--help", "list"}));
+  EXPECT_EQ(commands.size(), outcomes.size());
   for (const std::string& command : commands) {
-    harness::DeskOptions options = With("corvalint-host.exe", {command});
+    ASSERT_TRUE(outcomes.contains(command)) << command;
+    const auto& [arguments, code, told] = outcomes.at(command);
+    harness::DeskOptions options = With("corvalint-host.exe", arguments);
     options.winmm = false;
     options.supportKey = false;
     harness::Desk desk(options);
     harness::Process& host = desk.GetHost().GetProcess();
-    EXPECT_EQ(WaitForEnd(host, kPatience), 0) << command << ": " << host.Errors();
-    EXPECT_THAT(host.Output(), HasSubstr(command == "list" ? "Destinations" : "corvalint-host"));
+    EXPECT_EQ(WaitForEnd(host, kPatience), code) << command << ": " << host.Errors();
+    EXPECT_THAT(host.Output() + host.Errors(), HasSubstr(told)) << command;
   }
 }
 
