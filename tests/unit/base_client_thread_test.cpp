@@ -254,8 +254,9 @@ TEST_F(BaseClientThreadTest, AStopInsideAFrameIsNoError) {
 TEST_F(BaseClientThreadTest, FramesOfAllSizesFollowEachOther) {
   std::string bytes;
   Lines sent;
-  for (const std::size_t size :
-       {4, 65536, 4, 131072, 131072, 12, 65524, 65528, 65580, 65580, 65580, 400, 1100, 131060}) {
+  const std::vector<std::size_t> sizes = {4,     65536, 4,     131072, 131072, 12,   65524,
+                                          65528, 65580, 65580, 65580,  400,    1100, 131060};
+  for (const std::size_t size : sizes) {
     // A message without type tags: its address takes the whole of it, no two places alike.
     std::string address = "/" + std::to_string(sent.size());
     while (address.size() < size - 1) address += "." + std::to_string(address.size());
