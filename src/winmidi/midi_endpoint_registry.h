@@ -59,7 +59,8 @@ class MidiEndpointRegistry {
   // The controller, once the first device connection has made it.
   std::atomic<MidiDelegate*> delegate{nullptr};
 
-  // Leaf: guards the two lists and what is kept for ever. Whoever changes the destinations notes it in `routeChanges`.
+  // Leaf: guards the two lists and what is kept for ever. Whoever changes the destinations notes it
+  // in `routeChanges`.
   mutable CriticalSection listLock;
   std::vector<MidiSourcePointer> sources CORVALINT_GUARDED_BY(listLock);
   std::vector<MidiDestinationPointer> destinations CORVALINT_GUARDED_BY(listLock);
