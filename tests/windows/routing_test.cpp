@@ -7,6 +7,7 @@
 #include <set>
 
 #include "windows/support/bridge.h"
+#include "windows/support/observers.h"
 
 namespace corvalint::windows_test {
 namespace {
