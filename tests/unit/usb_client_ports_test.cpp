@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -63,8 +64,11 @@ TEST_F(UsbClientPorts, PortsAreRemovedUnderTheClientLockAfterTheStreamIsClosed) 
   sockets.BeforeShutdown([&] { portThere = datagrams.Woken().empty(); });
   Depart();
   EXPECT_TRUE(portThere);
-  EXPECT_EQ(datagrams.Woken().size(), 1u);
+  EXPECT_FALSE(datagrams.Woken().empty());
   threads.JoinAll();
+  // Told again, at most, by the thread that was still making it when the departure came.
+  const std::vector<int> woken = datagrams.Woken();
+  EXPECT_EQ(std::set<int>(woken.begin(), woken.end()).size(), 1u);
   EXPECT_EQ(datagrams.OpenNow(), 0u);
 }
 
