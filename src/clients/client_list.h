@@ -29,12 +29,12 @@ class ClientList {
  private:
   friend class ClientWalk;
 
-  mutable CriticalSection lock;
   void Changed() CORVALINT_REQUIRES(lock);
 
+  mutable CriticalSection lock;
   std::list<DeviceClient*> clients CORVALINT_GUARDED_BY(lock);
-  std::atomic<const DeviceClient*> only{
-      nullptr};  // written under the lock; null unless there is one
+  // Null unless there is exactly one; written under the lock.
+  std::atomic<const DeviceClient*> only{nullptr};
 };
 
 // The clients that were in the list when the walk began, in list order, each borrowed until the

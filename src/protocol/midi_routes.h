@@ -19,9 +19,9 @@ struct MidiRoute {
 };
 
 // The routes of one device's MIDI by endpoint id: looked up once, and again after a change of the
-// published ports or of the desktop's destinations, so that a stream of notes takes none of their
-// locks. Shares of what has gone are kept until the device plays again, or ends. For the client's
-// own thread.
+// published ports or of the desktop's destinations, or a device's arrival, so that a stream of
+// notes takes none of their locks. Shares of what has gone are kept until the device plays again,
+// or ends. For the client's own thread.
 class MidiRoutes {
  public:
   // `portManager` must outlive the routes.
