@@ -112,10 +112,10 @@ TEST(HostDoctor, AWholeChainIsToldLinkByLinkUntilANoteIsHeard) {
     EXPECT_EQ(link.at("state"), "holds") << link;
     EXPECT_EQ(link.at("advice"), "") << link;
   }
-  EXPECT_THAT(names, ElementsAre("log", "bridge", "support-folder", "asl", "core-foundation",
-                                 "device-folder", "device-library", "port-library", "port-driver",
-                                 "winmm", "midi-devices", "device-service", "device", "connection",
-                                 "app", "endpoints", "midi"));
+  EXPECT_THAT(names, ElementsAre("log", "winmm", "bridge", "support-folder", "asl",
+                                 "core-foundation", "device-folder", "device-library",
+                                 "port-library", "port-driver", "midi-devices", "device-service",
+                                 "device", "connection", "app", "endpoints", "midi"));
   EXPECT_THAT(diagnosis.FoundAt("bridge"), HasSubstr("\\host\\corvalint_wrapper.dll, version "));
   EXPECT_THAT(diagnosis.FoundAt("asl"), EndsWith("\\apple\\ASL.dll, tells no version"));
   EXPECT_EQ(diagnosis.FoundAt("midi-devices"), "1 MIDI input, 0 MIDI outputs");
@@ -124,28 +124,50 @@ TEST(HostDoctor, AWholeChainIsToldLinkByLinkUntilANoteIsHeard) {
   EXPECT_EQ(diagnosis.FoundAt("midi"), "2 messages at \"Keys\", 1 message at \"App\"");
 }
 
-TEST(HostDoctor, ALogThatCannotBeWritten) {
+// What the doctor says of a folder that holds the program, the bridge and the stand-ins for the
+// system's libraries, in which `damage` has broken something. There is no desk to ask.
+std::string ExamineFolder(const std::function<void(const std::filesystem::path&)>& damage) {
   const harness::TempFolder temp;
   const auto host = temp.Path() / "host";
-  std::filesystem::create_directories(host / "pellora.log");  // a folder is in its place
+  std::filesystem::create_directories(host);
   for (const char* file : {"corvalint-host.exe", "corvalint_wrapper.dll", "desk/winmm.dll",
                            "desk/corvalint_desk.dll", "desk/teVirtualMIDI64.dll"}) {
     const auto source = harness::WindowsBuildTree() / file;
     std::filesystem::copy_file(source, host / source.filename());
   }
+  damage(host);
   harness::MakeWinePrefix(temp.Path() / "prefix", {});
   harness::Process::Setup setup;
   setup.command = {"wine", (host / "corvalint-host.exe").string(), "doctor", "--listen=0"};
   setup.environment = harness::WineEnvironment(temp.Path() / "prefix");
   harness::Process process(setup);
   EXPECT_EQ(process.WaitForExit(kPatience), 7);
-  const std::string out = WithLineFeeds(process.Output());
-  EXPECT_THAT(out, StartsWith("broken   log                 " + harness::WindowsPath(host) +
+  return WithLineFeeds(process.Output());
+}
+
+TEST(HostDoctor, ALogThatCannotBeWritten) {
+  std::string folder;
+  const std::string out = ExamineFolder([&](const std::filesystem::path& host) {
+    folder = harness::WindowsPath(host);
+    std::filesystem::create_directories(host / "pellora.log");  // a folder is in its place
+  });
+  EXPECT_THAT(out, StartsWith("broken   log                 " + folder +
                               "\\pellora.log cannot be written: "));
   EXPECT_THAT(out, HasSubstr("\nholds    port-driver         has made a port and closed it\n"));
   EXPECT_THAT(out, HasSubstr("\nunknown  device-service      "));
   EXPECT_THAT(out, HasSubstr("\nThe first broken link is log: "));
   EXPECT_THAT(out, HasSubstr("\nWhat to do: put the program and the library into a folder"));
+}
+
+// The bridge needs winmm, so both are broken, and the one to mend is named.
+TEST(HostDoctor, AWinmmThatCannotBeLoaded) {
+  const std::string out = ExamineFolder(
+      [](const std::filesystem::path& host) { std::ofstream(host / "winmm.dll") << "no library"; });
+  EXPECT_THAT(out, HasSubstr("\nbroken   winmm               winmm.dll cannot be loaded: "));
+  EXPECT_THAT(out, HasSubstr("\nbroken   bridge              "));
+  EXPECT_THAT(out, HasSubstr("\nunknown  midi-devices        not asked: "));
+  EXPECT_THAT(out, HasSubstr("\nThe first broken link is winmm: winmm.dll cannot be loaded: "));
+  EXPECT_THAT(out, HasSubstr("\nWhat to do: take away any other winmm.dll from"));
 }
 
 TEST(HostDoctor, ABridgeThatIsMissing) {

@@ -52,6 +52,7 @@ std::string LoadedText(const LibraryFinding& library) {
 std::optional<Link> Doctor::Examine(int waitSeconds, int listenSeconds) {
   limitSeconds = waitSeconds;
   ExamineLog();
+  ExamineWinmm();
   ExamineBridge();
   ExamineAppleLibraries();
   ExaminePortDriver();
@@ -68,6 +69,13 @@ void Doctor::ExamineLog() {
   Broken("log", instruments.folder() + "\\pellora.log cannot be written: " + refusal,
          "put the program and the library into a folder that you may write to, and see that "
          "pellora.log there is a file that is not read-only");
+}
+
+// Before the bridge, which cannot be loaded without it.
+void Doctor::ExamineWinmm() {
+  winmmLoaded = LibraryLink("winmm", "winmm.dll", {"midiInGetNumDevs", "midiOutGetNumDevs"},
+                            "take away any other winmm.dll from the program's folder; Windows "
+                            "brings its own, so if there is none, repair Windows");
 }
 
 void Doctor::ExamineBridge() {
@@ -123,10 +131,7 @@ void Doctor::ExaminePortDriver() {
 }
 
 void Doctor::ExamineMidiDevices() {
-  if (!LibraryLink("winmm", "winmm.dll", {"midiInGetNumDevs", "midiOutGetNumDevs"},
-                   "Windows brings it; repair Windows")) {
-    return Unknown("midi-devices", kNotLoaded);
-  }
+  if (!winmmLoaded) return Unknown("midi-devices", kNotLoaded);
   MidiCounts counts = instruments.countMidi();
   std::string found =
       Counted(counts.inputs, "MIDI input") + ", " + Counted(counts.outputs, "MIDI output");

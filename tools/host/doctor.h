@@ -75,6 +75,7 @@ class Doctor {
 
  private:
   void ExamineLog();
+  void ExamineWinmm();
   void ExamineBridge();
   void ExamineAppleLibraries();
   void ExaminePortDriver();
@@ -99,6 +100,7 @@ class Doctor {
   Tell tell;
   int limitSeconds = 0;
   bool logWritten = false;
+  bool winmmLoaded = false;
   bool bridgeBound = false;
   bool deviceLibraryLoaded = false;
   Evidence evidence;
