@@ -25,17 +25,18 @@
  *
  * @par One start and no stop
  * Only corvalintServerStart() does anything to the process: it pins the module, so that FreeLibrary
- * does not unload it, starts threads that run until the process ends, initialises Windows Sockets
- * and asks Windows for timers of one millisecond. Call it once. The other functions may be called
- * before it and then find nothing: counts of 0, every id unknown. There is no stop; what is on goes
- * off with the process.
+ * does not unload it, starts threads that run until the process ends, initialises Windows Sockets,
+ * asks Windows for timers of one millisecond and, if Apple's software is installed, calls
+ * SetDllDirectory with Apple's folder; a host that calls SetDllDirectory itself does so afterwards.
+ * Call the start once. The other functions may be called before it and then find nothing: counts of
+ * 0, every id unknown. There is no stop; what is on goes off with the process.
  *
  * @par The lists
  * After the start both counts are 0 until the first scan of this machine's MIDI devices has ended,
  * as a rule some milliseconds later. A scan follows every five seconds, and nothing else changes
- * the lists. A new endpoint stands at the end, and is off. One whose device has gone is erased, and
- * those behind it move up. Two devices with one name are one endpoint. The ports that iOS devices
- * publish on this machine are not listed.
+ * the lists; it changes both of them in one moment. A new endpoint stands at the end, and is off.
+ * One whose device has gone is erased, and those behind it move up. Two devices with one name are
+ * one endpoint. The ports that iOS devices publish on this machine are not listed.
  *
  * @par Ids and positions
  * An id names an endpoint as long as its device stays. A device that returns has a new id, and so
@@ -44,14 +45,17 @@
  * ids for everything else.
  *
  * @par The race between them
- * A scan may come between asking for the count and asking for a position. Walk from the last
- * position to the first, at once and with nothing between the calls: if an endpoint goes meanwhile,
- * you may meet an id twice, but you miss none, and a position can lie outside the list only in the
- * first moment after the count. Leave out ids that you have seen; new endpoints wait for your next
- * walk.
+ * A scan may come between asking for the count and asking for a position, and take any number of
+ * endpoints out. Walk from the last position to the first, and ask for the count again right before
+ * each position: then you miss none, and only a scan between those two calls can leave you with a
+ * position outside the list. You may meet an id twice: leave out those that you have seen. New
+ * endpoints wait for your next walk.
  * @code
  * int position = (int)corvalintServerGetCountOfSources();
- * while (position-- > 0) add_unless_there(&ids, get_unique_id_source(position));
+ * while (position-- > 0) {
+ *   if (position >= corvalintServerGetCountOfSources()) continue;
+ *   add_unless_there(&ids, get_unique_id_source(position));
+ * }
  * @endcode
  *
  * @par Unknown ids
@@ -66,9 +70,10 @@
  * or the length that you were told, and for no other. No function raises anything else.
  *
  * @par Names
- * At most 31 bytes, cut there by Windows, in the ANSI code page of the process (CP_ACP), with no
- * zero at the end: ask for the length, then for each byte at 0 .. length - 1. The name of an id
- * never changes. A name may be empty, so a length of 0 does not prove that the id is unknown.
+ * At most 32 bytes (31 unless a driver leaves out the zero behind its name), in the ANSI code page
+ * of the process (CP_ACP), with no zero at the end: ask for the length, then for each byte at
+ * 0 .. length - 1. The name of an id never changes. A name may be empty, so a length of 0 does not
+ * prove that the id is unknown.
  *
  * @par Waiting
  * Counts, ids, names, availability and the fixed values wait for no device, driver or file. The two
@@ -80,7 +85,10 @@
  * @par Standard output
  * The library prints diagnostic lines to the standard output of the process and flushes each. A
  * host that hands its standard output to a pipe must read it, or the library's threads stand still.
- * A host without standard output needs to do nothing.
+ * A host without standard output needs to do nothing. The lines go where the process's handle leads
+ * when the DLL is loaded, through the C runtime msvcrt.dll: what a language lets you put in the
+ * place of its own output (Console.SetOut, sys.stdout) does not change that. One line, of an OSC
+ * datagram that could not be sent, goes to standard error.
  *
  * @par Files
  * The folder is that of the program, not that of the DLL. The log pellora.log, with the identifiers
@@ -199,14 +207,14 @@ CORVALINT_API int get_unique_id_destination(int position);
 /**
  * @brief Length of a source's name.
  * @param id Id of the source.
- * @return Bytes, 31 at most. 0 for an unknown id.
+ * @return Bytes, 32 at most. 0 for an unknown id.
  */
 CORVALINT_API unsigned int get_source_name_length(int id);
 
 /**
  * @brief Length of a destination's name. Its function alone is named "dest".
  * @param id Id of the destination.
- * @return Bytes, 31 at most. 0 for an unknown id.
+ * @return Bytes, 32 at most. 0 for an unknown id.
  */
 CORVALINT_API unsigned int get_dest_name_length(int id);
 

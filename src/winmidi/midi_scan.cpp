@@ -19,6 +19,7 @@ namespace {
 struct DesktopDevice {
   std::uint32_t index;
   std::string name;
+  bool isOwnPort = false;  // one that this library publishes for a device
 };
 
 struct DesktopDevices {
@@ -36,13 +37,13 @@ DesktopDevices ReadDesktopDevices() {
   for (std::uint32_t i = 0; i < devices.outputCount; ++i) {
     MidiOutCaps caps{};
     if (winmm.midiOutGetDevCapsA(i, &caps, sizeof caps) == kMidiNoError) {
-      devices.outputs.push_back({i, TextOf(caps.name)});
+      devices.outputs.push_back({.index = i, .name = TextOf(caps.name)});
     }
   }
   for (std::uint32_t i = 0; i < devices.inputCount; ++i) {
     MidiInCaps caps{};
     if (winmm.midiInGetDevCapsA(i, &caps, sizeof caps) == kMidiNoError) {
-      devices.inputs.push_back({i, TextOf(caps.name)});
+      devices.inputs.push_back({.index = i, .name = TextOf(caps.name)});
     }
   }
   return devices;
@@ -89,15 +90,17 @@ void Fill(MidiEndpoint& endpoint, const DesktopDevice& device) {
   endpoint.deviceIndex = device.index;
 }
 
-void MatchOutputs(MidiEndpointRegistry& registry, UsbServer& server,
-                  const std::vector<DesktopDevice>& outputs, ConsoleLines& lines)
-    CORVALINT_EXCLUDES(registry.listLock) {
+void MarkOwnPorts(std::vector<DesktopDevice>& devices, UsbServer& server) {
+  for (DesktopDevice& device : devices) device.isOwnPort = server.AnyManagerOwns(device.name);
+}
+
+void MatchOutputs(MidiEndpointRegistry& registry, const std::vector<DesktopDevice>& outputs,
+                  ConsoleLines& lines) CORVALINT_REQUIRES(registry.listLock) {
   for (const DesktopDevice& device : outputs) {
-    if (server.AnyManagerOwns(device.name)) {
+    if (device.isOwnPort) {
       lines.Add("is virtual destination: %s\n", device.name.c_str());
       continue;
     }
-    CriticalSectionScope hold(registry.listLock);
     if (MarkFound(registry.destinations, device)) continue;
     const auto destination = std::make_shared<MidiDestinationEndpoint>();
     Fill(*destination, device);
@@ -109,16 +112,14 @@ void MatchOutputs(MidiEndpointRegistry& registry, UsbServer& server,
   }
 }
 
-void MatchInputs(MidiEndpointRegistry& registry, UsbServer& server,
-                 const std::vector<DesktopDevice>& inputs, ConsoleLines& lines)
-    CORVALINT_EXCLUDES(registry.listLock) {
+void MatchInputs(MidiEndpointRegistry& registry, const std::vector<DesktopDevice>& inputs,
+                 ConsoleLines& lines) CORVALINT_REQUIRES(registry.listLock) {
   for (const DesktopDevice& device : inputs) {
-    if (server.AnyManagerOwns(device.name)) {
+    if (device.isOwnPort) {
       lines.Add("virtual source: %s\n", device.name.c_str());
       continue;
     }
     lines.Add("NOT a virtual source: %s\n", device.name.c_str());
-    CriticalSectionScope hold(registry.listLock);
     if (MarkFound(registry.sources, device)) continue;
     const auto source = std::make_shared<MidiSourceEndpoint>(registry);
     Fill(*source, device);
@@ -173,7 +174,7 @@ void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& mi
   // Two scans never run into each other, nor a scan and a toggle.
   CriticalSectionScope holdDevices(registry.deviceLock);
   const OwnPortsStayKnown known(server);
-  const DesktopDevices devices = ReadDesktopDevices();
+  DesktopDevices devices = ReadDesktopDevices();
   registry.outputsAtScan = devices.outputCount;
   registry.inputsAtScan = devices.inputCount;
 
@@ -183,13 +184,13 @@ void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& mi
   {
     // Names are compared while no device changes its published endpoints.
     CriticalSectionScope holdPorts(midiLock);
-    {
-      CriticalSectionScope hold(registry.listLock);
-      ClearFound(registry);
-    }
-    MatchOutputs(registry, server, devices.outputs, lines);
-    MatchInputs(registry, server, devices.inputs, lines);
+    MarkOwnPorts(devices.outputs, server);
+    MarkOwnPorts(devices.inputs, server);
+    // All in one piece: a host that asks meanwhile meets the lists before the scan or after it.
     CriticalSectionScope hold(registry.listLock);
+    ClearFound(registry);
+    MatchOutputs(registry, devices.outputs, lines);
+    MatchInputs(registry, devices.inputs, lines);
     lostDestinations.reserve(registry.destinations.size());
     lostSources.reserve(registry.sources.size());
     TakeVanished(registry.destinations, lostDestinations);

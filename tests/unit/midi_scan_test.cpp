@@ -54,6 +54,26 @@ TEST_F(MidiScan, ListsNewDevicesInOrderWithIdsFromTheClockAndTheirNumbers) {
   EXPECT_EQ(&registry.SourceAt(0)->registry, &registry);
 }
 
+// A host that polls takes the first lists that are not empty for the machine's whole lists.
+TEST_F(MidiScan, ChangesBothListsInOneMoment) {
+  std::vector<std::int64_t> counts;
+  server.whenAsked = [&] {
+    counts.push_back(registry.SourceCount() * 10 + registry.DestinationCount());
+  };
+  winmm.SetOutputs({"Synth", "Drums"});
+  winmm.SetInputs({"Keys"});
+  Scan();
+  EXPECT_THAT(counts, ElementsAre(0, 0, 0));
+  counts.clear();
+  winmm.SetOutputs({"Drums", "Bass", "Horns"});
+  winmm.SetInputs({});
+  Scan();
+  EXPECT_THAT(counts, ElementsAre(12, 12, 12));
+  EXPECT_THAT(Names(registry.Destinations()), ElementsAre("Drums", "Bass", "Horns"));
+  EXPECT_THAT(Names(registry.Sources()), IsEmpty());
+  Forget();
+}
+
 // Devices' clients remember which destinations an id has, until this count moves.
 TEST_F(MidiScan, CountsADestinationThatComesOrGoesAsAChangeOfRoutes) {
   winmm.SetOutputs({"Synth"});

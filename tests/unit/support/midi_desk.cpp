@@ -102,6 +102,7 @@ bool DeskServer::AnyManagerOwns(const std::string& endpointName) {
   EXPECT_EQ(clientLock.HoldsOfThisThread(), 0u);
   EXPECT_EQ(scans, 1);
   ConsolePrint("?%s ", endpointName.c_str());
+  if (whenAsked) whenAsked();
   for (const std::string& name : published) {
     if (name == endpointName) return true;
   }

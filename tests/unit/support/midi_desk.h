@@ -61,7 +61,8 @@ class DeskServer final : public UsbServer {
   DeskServer();
   ~DeskServer();
 
-  // Prints "?name" and whether it was asked as promised: under `midiLock`, in a scan.
+  // Prints "?name", tests that it was asked as promised, under `midiLock` and in a scan, and then
+  // calls `whenAsked` if there is one.
   bool AnyManagerOwns(const std::string& endpointName) override;
   void BeginDesktopScan() override { ++scans; }
   void EndDesktopScan() override { --scans; }
@@ -71,6 +72,7 @@ class DeskServer final : public UsbServer {
 
   CriticalSection midi;
   std::vector<std::string> published;
+  std::function<void()> whenAsked;
   std::atomic<int> scans{0};
   RecordingClient device;
 };
