@@ -1,3 +1,4 @@
+// A client's run: the frames of its streams, its connections and its life.
 #include "protocol/base_client_thread.h"
 
 #include <gtest/gtest.h>
@@ -5,28 +6,20 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "ports/desktop_names.h"
-#include "support/console_capture.h"
-#include "support/fake_clock.h"
-#include "support/log_capture.h"
+#include "support/base_client_thread_fixture.h"
 #include "support/osc_bytes.h"
-#include "support/scripted_sockets.h"
-#include "support/test_client.h"
-#include "support/test_server.h"
 
 namespace corvalint {
 namespace {
 
 using namespace test;
 
-using Lines = std::vector<std::string>;
 using Sleeps = std::vector<std::uint32_t>;
 
 // A client that opens nothing, as the base has it.
@@ -42,40 +35,6 @@ class PlainClient final : public BaseClientThread {
   using BaseClientThread::Finalize;
   using BaseClientThread::PerformDisconnect;
 };
-
-// The run of a client on the test's own thread: what the device sends is there before it begins.
-class BaseClientThreadTest : public testing::Test {
- protected:
-  BaseClientThreadTest() {
-    client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
-      addresses.push_back(address);
-    };
-  }
-
-  // Sends the bytes on one connection and runs until that has ended.
-  void RunOver(const std::string& bytes) {
-    const auto peer = client.Prepare();
-    peer->Send(bytes);
-    peer->EndSending();
-    client.RunToTheEnd();
-  }
-
-  static std::string MessageFrame(const std::string& address) {
-    return FrameOf(OscMessage(address, "", ""));
-  }
-
-  FakeClock clock;
-  LogCapture log;
-  ConsoleCapture console;
-  ScriptedSockets sockets;
-  TestServer server;
-  DesktopNames names;
-  ExternalMidiManager manager{server, server.Lock(), names};
-  TestClient client{server, manager};
-  Lines addresses;
-};
-
-const char kEnd[] = "Server disconnected: 0\nFinished\n";
 
 TEST_F(BaseClientThreadTest, FramesAreReadOneAfterTheOther) {
   RunOver(MessageFrame("/a") + MessageFrame("/b") + MessageFrame("/longer/address"));
@@ -279,51 +238,6 @@ TEST_F(BaseClientThreadTest, FramesOfAllSizesFollowEachOther) {
   }
 }
 
-// --- packets that cannot be read
-
-TEST_F(BaseClientThreadTest, WhatCannotBeReadLeavesTheConnectionOpen) {
-  struct Case {
-    std::string payload, complaint;
-  };
-  const Case cases[] = {
-      {OscMessage("/x", "b", OscInt32(131056)), "arguments exceed message size"},
-      {OscMessage("/x", "b", OscInt32(0x7FFFFFFDu)), "invalid blob size"},
-      {OscMessage("/x", "h", OscInt32(1)), "arguments exceed message size"},
-      {"abcd", "unterminated address pattern"},
-      {"/", "element size must be multiple of four"},  // the shortest payload of all
-  };
-  for (const Case& wrong : cases) {
-    addresses.clear();
-    RunOver(FrameOf(wrong.payload) + MessageFrame("/a"));
-    EXPECT_EQ(addresses, (Lines{"/a"}));
-    EXPECT_EQ(console.Take(), "Error parsing message: " + wrong.complaint + "\n" + kEnd);
-  }
-  EXPECT_EQ(client.disconnects, 5);  // one at the end of each stream
-}
-
-// The OSC library throws something of another family here.
-TEST_F(BaseClientThreadTest, AMalformedBundleLeavesTheConnectionOpen) {
-  RunOver(FrameOf("#bun") + FrameOf(OscText("#bundle") + OscInt64(1) + OscInt32(99)) +
-          MessageFrame("/a"));
-  EXPECT_EQ(addresses, (Lines{"/a"}));
-  const std::string text = console.Take();
-  EXPECT_EQ(text.rfind("Error parsing message: ", 0), 0u) << text;
-  EXPECT_NE(text.find("\nError parsing message: "), std::string::npos) << text;
-  EXPECT_EQ(client.disconnects, 1);
-}
-
-TEST_F(BaseClientThreadTest, WhateverADispatchThrowsCostsOneLine) {
-  client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
-    if (address == "/full") throw osc::OutOfBufferMemoryException();
-    if (address == "/memory") throw std::bad_alloc();
-    addresses.push_back(address);
-  };
-  RunOver(MessageFrame("/full") + MessageFrame("/memory") + MessageFrame("/a"));
-  EXPECT_EQ(addresses, (Lines{"/a"}));
-  EXPECT_EQ(console.Take(), "Error parsing message: out of buffer memory\nError parsing message: " +
-                                std::string(std::bad_alloc().what()) + "\n" + kEnd);
-}
-
 TEST_F(BaseClientThreadTest, AFailureToConnectIsLoggedAndTriedAgain) {
   const auto peer = client.Prepare();
   peer->Send(MessageFrame("/a"));
@@ -337,45 +251,6 @@ TEST_F(BaseClientThreadTest, AFailureToConnectIsLoggedAndTriedAgain) {
   EXPECT_EQ(log.Count("ERROR device connection failed: no memory"), 1);
   EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));  // after the failure; at the end
   EXPECT_EQ(console.Take(), kEnd);
-}
-
-// --- bundles
-
-TEST_F(BaseClientThreadTest, NestedBundlesAreLoggedAroundTheirMessages) {
-  client.recorder = [this](const std::string& address, const RemoteEndpoint&) {
-    addresses.push_back(address + " after " + std::to_string(log.Lines().size()) + " lines");
-  };
-  const std::string inner = OscBundle(2, {OscMessage("/b", "", ""), OscMessage("/c", "", "")});
-  RunOver(FrameOf(OscBundle(1, {inner, OscMessage("/d", "", "")})));
-  EXPECT_EQ(log.Lines(), (Lines{"DEBUG BaseClientThread created", "INFO Bundle started 1",
-                                "INFO Bundle started 2", "INFO Bundle finished 2",
-                                "INFO Bundle finished 1", "DEBUG Finished"}));
-  EXPECT_EQ(addresses, (Lines{"/b after 3 lines", "/c after 3 lines", "/d after 4 lines"}));
-}
-
-TEST_F(BaseClientThreadTest, ABundleOfTheFutureIsDispatchedAtOnce) {
-  RunOver(FrameOf(OscBundle(0x7000000000000000, {OscMessage("/a", "", "")})));
-  EXPECT_EQ(addresses, (Lines{"/a"}));
-  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000}));
-}
-
-TEST_F(BaseClientThreadTest, AFrameOfNestedBundlesIsSurvived) {
-  constexpr int kDepth = 6553;
-  std::string packet;
-  for (int left = kDepth - 1; left >= 0; --left) {
-    packet += OscText("#bundle") + OscInt64(1);
-    if (left > 0) packet += OscInt32(left * 20 - 4);
-  }
-  const auto peer = client.Prepare();
-  std::thread sender([&] {
-    peer->Send(FrameOf(packet) + MessageFrame("/a"));
-    peer->EndSending();
-  });
-  client.RunToTheEnd();
-  sender.join();
-  EXPECT_EQ(addresses, (Lines{"/a"}));
-  EXPECT_EQ(log.Count("INFO Bundle started 1"), kDepth);
-  EXPECT_EQ(log.Count("INFO Bundle finished 1"), kDepth);
 }
 
 // --- life
