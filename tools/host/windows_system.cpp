@@ -4,18 +4,15 @@
 // Needs windows.h before it.
 #include <fcntl.h>
 #include <io.h>
-#include <tlhelp32.h>
 
 #include <atomic>
-#include <cstring>
 #include <iostream>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "host/windows_text.h"
+#include "windows/process_counts.h"
 
 namespace corvalint::host {
 namespace {
@@ -39,67 +36,11 @@ bool TakeInterrupt() {
   return interrupted.exchange(false);
 }
 
-int64_t CountThreads() {
-  HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) throw std::runtime_error("the threads cannot be listed");
-  int64_t count = 0;
-  THREADENTRY32 entry = {};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
-  }
-  CloseHandle(snapshot);
-  return count;
-}
-
-// The system's table of all open handles, as its native interface lays it out.
-struct HandleEntry {
-  void* object;
-  ULONG_PTR processId;
-  ULONG_PTR handle;
-  ULONG access;
-  USHORT creator;
-  USHORT type;
-  ULONG attributes;
-  ULONG reserved;
-};
-struct HandleTable {
-  ULONG_PTR count;
-  ULONG_PTR reserved;
-};
-static_assert(sizeof(HandleEntry) == 40 && sizeof(HandleTable) == 16);
-
-// GetProcessHandleCount would do on Windows, but under Wine it succeeds and says 0 for any process.
-int64_t CountHandles() {
-  using QuerySystem = LONG(WINAPI*)(int kind, void* data, ULONG size, ULONG* needed);
-  constexpr int kExtendedHandleInformation = 64;
-  constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004);
-  FARPROC address = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation");
-  auto query = reinterpret_cast<QuerySystem>(reinterpret_cast<void*>(address));
-  std::vector<char> data(size_t{1} << 16);
-  LONG status = kInfoLengthMismatch;
-  while (query != nullptr && status == kInfoLengthMismatch && data.size() < (size_t{1} << 30)) {
-    data.resize(data.size() * 2);
-    status =
-        query(kExtendedHandleInformation, data.data(), static_cast<ULONG>(data.size()), nullptr);
-  }
-  if (status != 0) throw std::runtime_error("the handles cannot be counted");
-  HandleTable table;
-  std::memcpy(&table, data.data(), sizeof table);
-  int64_t count = 0;
-  for (size_t index = 0; index < table.count; ++index) {
-    HandleEntry entry;
-    std::memcpy(&entry, data.data() + sizeof table + index * sizeof entry, sizeof entry);
-    if (entry.processId == GetCurrentProcessId()) ++count;
-  }
-  return count;
-}
-
 // Handles first: the list of threads is itself a handle while it is read.
 ProcessCounts CountProcess() {
   ProcessCounts counts;
-  counts.handles = CountHandles();
-  counts.threads = CountThreads();
+  counts.handles = static_cast<int64_t>(windows::OpenHandles().size());
+  counts.threads = static_cast<int64_t>(windows::CountThreads());
   return counts;
 }
 
