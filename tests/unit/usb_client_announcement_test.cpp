@@ -107,6 +107,11 @@ TEST_F(UsbClientAnnouncementTest, ANameThatFitsNoPacketCostsItsOwnAnnouncementOn
   ExpectAnnounced(*peer, {EndpointMessage("/add_remote_source", "Piano", 1),
                           EndpointMessage("/add_remote_source", std::string(4067, 'n'), 3)});
   EXPECT_EQ(log.Count("DEBUG endpoints with names too long to announce: 1"), 1);
+  peer->EndSending();  // the next stream counts anew
+  const auto second = library.NextStream(device);
+  ExpectAnnounced(*second, {EndpointMessage("/add_remote_source", "Piano", 1),
+                            EndpointMessage("/add_remote_source", std::string(4067, 'n'), 3)});
+  EXPECT_EQ(log.Count("DEBUG endpoints with names too long to announce: 1"), 2);
   Depart();
   threads.JoinAll();
   server.clients.Remove(phone);

@@ -121,6 +121,29 @@ TEST_F(UsbClientThreadTest, ARefusedPortIsTriedAgainWithTheKnownId) {
   EXPECT_EQ(sockets.Closed(), std::vector<int>{});  // what a failed call stored is no socket
 }
 
+// 0 means no stream everywhere here, so the port is tried again.
+TEST_F(UsbClientThreadTest, AnOpenPortWithoutASocketIsARefusedOne) {
+  library.PortSockets({0, -1});
+  DepartAtSleep(2);
+  RunHere();
+  EXPECT_EQ(log.Count("ERROR USBMuxConnectByPort = 0, handle=0"), 1);
+  EXPECT_EQ(log.Count("ERROR USBMuxConnectByPort = 0, handle=ffffffff"), 1);
+  EXPECT_EQ(log.Count("INFO USBMuxConnectByPort OK"), 0);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000, 5000}));
+  EXPECT_EQ(sockets.Closed(), std::vector<int>{});
+}
+
+TEST_F(UsbClientThreadTest, AStreamThatWouldBlockIsClosedAndThePortTriedAgain) {
+  sockets.RefuseNonBlocking();
+  DepartAtSleep(1);
+  RunHere();
+  EXPECT_EQ(log.Count("ERROR the stream to the device would block"), 1);
+  EXPECT_EQ(log.Count("INFO USBMuxConnectByPort OK"), 0);
+  EXPECT_EQ(clock.TakeSleeps(), (Sleeps{5000}));
+  ASSERT_EQ(sockets.NonBlocking().size(), 1u);
+  EXPECT_EQ(sockets.Closed(), sockets.NonBlocking());
+}
+
 TEST_F(UsbClientThreadTest, AnOpenPortIsMadeNonBlockingAndStays) {
   const auto peer = StartThread();
   ExpectAnnounced(*peer, {});
@@ -155,6 +178,16 @@ TEST_F(UsbClientThreadTest, TheDeviceLibraryIsCalledWithNoLockHeld) {
   threads.JoinAll();
   EXPECT_EQ(calls, 5);  // a device is disconnected twice
   EXPECT_EQ(holds, 0u);
+}
+
+TEST_F(UsbClientThreadTest, TheDeviceIsDisconnectedAfterTheStopAndOnceMoreAtTheEnd) {
+  library.PortAnswers({10});
+  Lines before;
+  library.WhenCalled("AMDeviceDisconnect", [&] { before.push_back(log.Lines().back()); });
+  DepartAtSleep(1);
+  RunHere();
+  EXPECT_EQ(before,
+            (Lines{"DEBUG UsbClientThread::PerformDisconnect()", "DEBUG ~UsbClientThread"}));
 }
 
 // A sender that holds a lock must not block in a send.

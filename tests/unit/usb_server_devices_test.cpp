@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -133,6 +134,38 @@ TEST_F(UsbServerDevicesTest, ADepartureHoldsNoLockWhileItWaits) {
   EXPECT_EQ(server.clients.Count(), 0u);
   EndServer();
   threads.JoinAll();
+}
+
+// A walk over the clients, which holds `clientLock`, meets a device whole or not at all.
+TEST_F(UsbServerDevicesTest, ADepartureMarksAndUnlistsTheDeviceBetweenWalks) {
+  StartServer();
+  const auto peer = Attach(pad);
+  Settle(*peer);
+  ExternalMidiManager& manager = ClientOf(pad)->Manager();
+  std::promise<void> stopped, walking;
+  clock.WhenSleeping([&](std::uint32_t milliseconds) {
+    if (milliseconds != 1000) return;
+    stopped.set_value();
+    walking.get_future().wait();
+  });
+  const auto watch = [&](const auto& expectUntouched) {
+    for (int look = 0; look < 1000; ++look, std::this_thread::yield()) expectUntouched();
+  };
+
+  server.clientLock.Enter();
+  std::thread departure([&] { library.Notify(pad, kDisconnected); });
+  while (log.Count("INFO Device disconnected: pad") == 0) std::this_thread::yield();
+  watch([&] { ASSERT_FALSE(manager.deviceDisconnected); });
+  EXPECT_EQ(log.Count("DEBUG UsbClientThreadMidi::Stop()"), 0);
+  server.clientLock.Leave();
+
+  stopped.get_future().wait();
+  server.clientLock.Enter();
+  walking.set_value();
+  watch([&] { ASSERT_EQ(server.clients.Count(), 1u); });
+  server.clientLock.Leave();
+  departure.join();
+  EXPECT_EQ(server.clients.Count(), 0u);
 }
 
 // The device library may hold a client inside a call until its own callback has returned.

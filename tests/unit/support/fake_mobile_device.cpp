@@ -126,6 +126,11 @@ struct FakeMobileDevice::Table {
       *socket = 0xBEEF;
       if (answer != 0) return answer;
     }
+    if (!fake.portSockets.empty()) {
+      *socket = fake.portSockets.front();
+      fake.portSockets.pop_front();
+      return 0;
+    }
     for (Device& device : fake.devices) {
       if (device.connectionId != connectionId) continue;
       StreamPair pair = MakeStreamPair(fake.streamBuffer);
@@ -199,6 +204,11 @@ void FakeMobileDevice::ConnectAnswers(DeviceHandle device, std::deque<std::uint3
 void FakeMobileDevice::PortAnswers(std::deque<std::uint32_t> answers) {
   const std::lock_guard hold(mutex);
   portAnswers = std::move(answers);
+}
+
+void FakeMobileDevice::PortSockets(std::deque<std::int64_t> sockets) {
+  const std::lock_guard hold(mutex);
+  portSockets = std::move(sockets);
 }
 
 void FakeMobileDevice::WhenCalled(const std::string& function, std::function<void()> action) {

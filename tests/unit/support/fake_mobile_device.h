@@ -46,6 +46,8 @@ class FakeMobileDevice {
   // What the next calls answer, one each; afterwards 0 again.
   void ConnectAnswers(DeviceHandle device, std::deque<std::uint32_t> answers);
   void PortAnswers(std::deque<std::uint32_t> answers);
+  // What the next streams are called, one each, although the library says that it opened them.
+  void PortSockets(std::deque<std::int64_t> sockets);
   void SubscribeAnswers(std::uint32_t answer) { subscribeAnswer = answer; }
   void UnsubscribeAnswers(std::uint32_t answer) { unsubscribeAnswer = answer; }
   // Buffers of the streams that are opened from now on.
@@ -96,6 +98,7 @@ class FakeMobileDevice {
   std::condition_variable changed;
   std::list<Device> devices;
   std::deque<std::uint32_t> portAnswers;
+  std::deque<std::int64_t> portSockets;
   std::uint32_t subscribeAnswer = 0;
   std::uint32_t unsubscribeAnswer = 0;
   int streamBuffer = 0;

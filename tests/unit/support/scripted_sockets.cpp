@@ -91,6 +91,7 @@ struct ScriptedSockets::Table {
       const std::lock_guard hold(Current().mutex);
       Current().nonBlocking.push_back(socket);
       action = Current().beforeNonBlocking;
+      if (std::exchange(Current().refusesNonBlocking, false)) return -1;
     }
     if (action) action();
     return SocketApi::System().setNonBlocking(socket);
@@ -229,6 +230,11 @@ int ScriptedSockets::Receives() const {
 std::vector<int> ScriptedSockets::Closed() const {
   const std::lock_guard hold(mutex);
   return closed;
+}
+
+void ScriptedSockets::RefuseNonBlocking() {
+  const std::lock_guard hold(mutex);
+  refusesNonBlocking = true;
 }
 
 std::vector<int> ScriptedSockets::NonBlocking() const {

@@ -41,6 +41,8 @@ class ScriptedSockets {
   // Runs when a receiving thread is about to wait, and before each receive, with no lock held.
   void BeforeWait(std::function<void()> action);
   void BeforeReceive(std::function<void()> action);
+  // The next stream cannot be made non-blocking.
+  void RefuseNonBlocking();
   // Runs before a new stream is made non-blocking, and before a stream is shut down.
   void BeforeNonBlocking(std::function<void()> action);
   void BeforeShutdown(std::function<void()> action);
@@ -68,6 +70,7 @@ class ScriptedSockets {
   std::function<void()> beforeWait;
   std::function<void()> beforeReceive;
   std::function<void()> beforeNonBlocking;
+  bool refusesNonBlocking = false;
   std::function<void()> beforeShutdown;
   std::function<void()> beforeSend;
   std::vector<int> sends, closed, nonBlocking, noDelay;
