@@ -16,7 +16,7 @@
 #include "corvalint_wrapper.h"
 
 #define MOST_ENDPOINTS 256
-#define MOST_NAME_BYTES 31
+#define MOST_NAME_BYTES 32
 
 /* The functions that exist once for sources and once for destinations. */
 typedef struct Side {
@@ -48,13 +48,16 @@ static const Endpoint* find(const List* list, int id) {
   return NULL;
 }
 
-/* First the ids alone, from the last position to the first, with nothing between the calls: an
-   endpoint that goes meanwhile shifts the others to positions that are still to come. */
+/* First the ids alone. A scan may take any number of endpoints out meanwhile, which shifts the
+   others towards the first position. So the walk goes there from the last one and misses none, and
+   it asks for the count again right before each position, which may have left the list. */
 static void readIds(const Side* side, List* list) {
-  corvalint_int64 position = side->count();
+  int position = (int)side->count();
   list->count = 0;
   while (position-- > 0 && list->count < MOST_ENDPOINTS) {
-    int id = side->idAt((int)position);
+    int id;
+    if (position >= side->count()) continue;
+    id = side->idAt(position);
     if (find(list, id) == NULL) list->endpoints[list->count++].id = id;
   }
 }

@@ -61,11 +61,13 @@ struct Endpoint {
   bool available = false;
 };
 
-// The ids alone, at once and from the last position to the first: an endpoint that goes meanwhile
-// shifts the others to positions that are still to come, so none is missed. In list order.
+// The ids alone, in list order. A scan may take any number of endpoints out meanwhile, which shifts
+// the others towards the first position. So the walk goes there from the last one and misses none,
+// and it asks for the count again right before each position, which may have left the list.
 inline std::vector<int> Ids(const Side& side) {
   std::vector<int> ids;
   for (corvalint_int64 position = side.count(); position-- > 0;) {
+    if (position >= side.count()) continue;
     const int id = side.idAt(static_cast<int>(position));
     if (std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
   }

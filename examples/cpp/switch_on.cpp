@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,14 +43,13 @@ std::vector<Found> FindAll(const std::string& name) {
 
 std::vector<Found> WaitFor(const std::string& name) {
   const auto end = std::chrono::steady_clock::now() + kLongestWait;
-  std::vector<Found> found = FindAll(name);
-  while (found.empty() && std::chrono::steady_clock::now() < end) {
+  while (FindAll(name).empty()) {
+    if (std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error("there is no MIDI device " + name);
+    }
     std::this_thread::sleep_for(kBetweenPolls);
-    found = FindAll(name);
   }
-  if (found.empty()) throw std::runtime_error("there is no MIDI device " + name);
-  // The scan that brought it may have been half way: outputs come before inputs.
-  std::this_thread::sleep_for(kBetweenPolls);
+  // A scan may have come between the first list and the second. It has brought both their parts.
   return FindAll(name);
 }
 

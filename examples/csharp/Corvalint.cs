@@ -115,14 +115,16 @@ namespace Corvalint
             this.isAvailable = isAvailable;
         }
 
-        /// <summary>The ids in list order. Asked at once and from the last position to the first:
-        /// an endpoint that goes meanwhile shifts the others to positions that are still to come. A
-        /// position outside the list would end the process.</summary>
+        /// <summary>The ids in list order. A scan may take any number of endpoints out meanwhile,
+        /// which shifts the others towards the first position. So the walk goes there from the last
+        /// one and misses none, and it asks for the count again right before each position: one
+        /// outside the list would end the process.</summary>
         public List<int> Ids()
         {
             var ids = new List<int>();
             for (long position = count() - 1; position >= 0; --position)
             {
+                if (position >= count()) continue;
                 int id = idAt((int)position);
                 if (!ids.Contains(id)) ids.Add(id);
             }

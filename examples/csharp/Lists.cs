@@ -5,6 +5,7 @@
 // Exit codes: 0, 1 if a name did not appear or could not be switched.
 // The library prints to standard output, so this program writes to standard error.
 using System;
+using System.Collections.Generic;
 using System.Diagnostics;
 using System.Threading;
 using Corvalint;
@@ -13,6 +14,20 @@ public static class Lists
 {
     // Long enough for a device that was plugged in just now: the lists follow every five seconds.
     private static readonly TimeSpan LongestWait = TimeSpan.FromSeconds(7);
+
+    // And for the first scan: where there are no MIDI devices both lists stay empty.
+    private static readonly TimeSpan LongestFirstScan = TimeSpan.FromSeconds(3);
+
+    private static bool WaitUntil(Func<bool> condition, TimeSpan longest)
+    {
+        Stopwatch time = Stopwatch.StartNew();
+        while (!condition())
+        {
+            if (time.Elapsed > longest) return false;
+            Thread.Sleep(50);
+        }
+        return true;
+    }
 
     private static void Show(string title, Side side)
     {
@@ -24,40 +39,50 @@ public static class Lists
         }
     }
 
-    private static bool SwitchOnAndOff(Side side, string name, ref bool found)
+    // Every endpoint of that name: one device is often a source and a destination.
+    private static List<KeyValuePair<Side, int>> Find(string name)
     {
-        foreach (int id in side.Ids())
+        var found = new List<KeyValuePair<Side, int>>();
+        foreach (Side side in new[] { Side.Sources, Side.Destinations })
         {
-            if (side.Name(id) != name) continue;
-            found = true;
-            if (!side.Switch(id, true)) return false;
-            Console.Error.WriteLine("on: {0}", name);
-            if (!side.Switch(id, false)) return false;
-            Console.Error.WriteLine("off: {0}", name);
+            foreach (int id in side.Ids())
+            {
+                if (side.Name(id) == name) found.Add(new KeyValuePair<Side, int>(side, id));
+            }
         }
-        return true;
+        return found;
     }
 
     private static bool SwitchOnAndOff(string name)
     {
-        Stopwatch time = Stopwatch.StartNew();
-        bool found = false;
-        while (true)
+        if (!WaitUntil(() => Find(name).Count > 0, LongestWait))
         {
-            bool done = SwitchOnAndOff(Side.Sources, name, ref found) &&
-                        SwitchOnAndOff(Side.Destinations, name, ref found);
-            if (!done) Console.Error.WriteLine("cannot be switched: {0}", name);
-            if (found || !done) return done;
-            if (time.Elapsed > LongestWait) break;
-            Thread.Sleep(100);
+            Console.Error.WriteLine("there is no MIDI device {0}", name);
+            return false;
         }
-        Console.Error.WriteLine("there is no MIDI device {0}", name);
-        return false;
+        // Once more: a scan may have come between the first list and the second.
+        foreach (KeyValuePair<Side, int> found in Find(name))
+        {
+            foreach (bool on in new[] { true, false })
+            {
+                if (!found.Key.Switch(found.Value, on))
+                {
+                    Console.Error.WriteLine("cannot be switched: {0}", name);
+                    return false;
+                }
+                Console.Error.WriteLine("{0}: {1}", on ? "on" : "off", name);
+            }
+        }
+        return true;
     }
 
     public static int Main(string[] names)
     {
         Native.corvalintServerStart();
+        // A scan changes both lists in one moment, so the first that is not empty is whole.
+        WaitUntil(() => Native.corvalintServerGetCountOfSources() > 0 ||
+                        Native.corvalintServerGetCountOfDestinations() > 0,
+                  LongestFirstScan);
         bool allDone = true;
         foreach (string name in names) allDone = SwitchOnAndOff(name) && allDone;
         Show("source", Side.Sources);

@@ -57,13 +57,14 @@ class Side:
     def ids(self):
         """The ids in list order.
 
-        They are asked at once and from the last position to the first: an endpoint that goes
-        meanwhile shifts the others to positions that are still to come. A position outside the list
-        would end the process.
+        A scan may take any number of endpoints out meanwhile, which shifts the others towards the
+        first position. So the walk goes there from the last one and misses none, and it asks for the
+        count again right before each position: one outside the list would end the process.
         """
         seen = {}
         for position in reversed(range(self._count())):
-            seen.setdefault(self._id_at(position))
+            if position < self._count():
+                seen.setdefault(self._id_at(position))
         return list(reversed(seen))
 
     def name(self, endpoint):

@@ -15,26 +15,34 @@ import corvalint
 
 # Long enough for a device that was plugged in just now: the lists follow every five seconds.
 LONGEST_WAIT = 7
+# And for the first scan: where there are no MIDI devices both lists stay empty.
+LONGEST_FIRST_SCAN = 3
 
 
 def say(text):
     print(text, file=sys.stderr)
 
 
+def wait_until(condition, longest):
+    end = time.monotonic() + longest
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.05)
+    return True
+
+
 def find(sides, name):
+    """Every endpoint of that name: one device is often a source and a destination."""
     return [(side, e) for side in sides for e in side.ids() if side.name(e) == name]
 
 
 def switch_on_and_off(sides, name):
-    end = time.monotonic() + LONGEST_WAIT
-    found = find(sides, name)
-    while not found and time.monotonic() < end:
-        time.sleep(0.1)
-        found = find(sides, name)
-    if not found:
+    if not wait_until(lambda: find(sides, name), LONGEST_WAIT):
         say(f"there is no MIDI device {name}")
         return False
-    for side, endpoint in found:
+    # Once more: a scan may have come between the first list and the second.
+    for side, endpoint in find(sides, name):
         for on in (True, False):
             if not side.switch(endpoint, on):
                 say(f"cannot be switched: {name}")
@@ -57,6 +65,8 @@ def main(arguments):
     library = corvalint.load(arguments[0])
     sources, destinations = corvalint.sources(library), corvalint.destinations(library)
     library.corvalintServerStart()
+    # A scan changes both lists in one moment, so the first that is not empty is whole.
+    wait_until(lambda: sources.ids() or destinations.ids(), LONGEST_FIRST_SCAN)
     results = [switch_on_and_off((sources, destinations), name) for name in arguments[1:]]
     show("source", sources)
     show("destination", destinations)

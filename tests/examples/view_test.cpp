@@ -20,9 +20,9 @@ struct List {
   std::map<int, bool> on;
   bool opens = true;
   int rangeFailures = 0;
-  // After so many questions for an id the endpoint at that position goes.
-  int questionsUntilOneGoes = -1;
-  std::size_t goes = 0;
+  // After so many answers about an id the endpoints at these positions go, in rising order.
+  int answersUntilSomeGo = -1;
+  std::vector<std::size_t> going;
 };
 List* list = nullptr;
 
@@ -35,8 +35,10 @@ int IdAt(int position) {
   } else {
     id = list->ids[static_cast<std::size_t>(position)];
   }
-  if (--list->questionsUntilOneGoes == 0) {
-    list->ids.erase(list->ids.begin() + static_cast<std::ptrdiff_t>(list->goes));
+  if (--list->answersUntilSomeGo == 0) {
+    for (auto gone = list->going.rbegin(); gone != list->going.rend(); ++gone) {
+      list->ids.erase(list->ids.begin() + static_cast<std::ptrdiff_t>(*gone));
+    }
   }
   return id;
 }
@@ -76,19 +78,40 @@ TEST_F(View, GivesTheListInItsOrder) {
   EXPECT_THAT(corvalint_view::Endpoints(side), IsEmpty());
 }
 
-// Whichever goes, and whenever after the first question.
+// Walks over a list of which those go after so many answers.
+void WalkWhileSomeGo(int answers, const std::vector<std::size_t>& going) {
+  SCOPED_TRACE(testing::Message() << "after " << answers << " answers go "
+                                  << testing::PrintToString(going));
+  *list = {};
+  list->ids = {10, 11, 12, 13, 14, 15};
+  list->answersUntilSomeGo = answers;
+  list->going = going;
+  const std::vector<int> ids = corvalint_view::Ids(side);
+  EXPECT_EQ(list->rangeFailures, 0);
+  for (const int id : list->ids) EXPECT_THAT(ids, testing::Contains(id).Times(1));
+  EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+}
+
+// Whichever goes, and whenever after the first answer.
 TEST_F(View, MissesNoneAndNeverAsksBeyondTheEndWhenOneGoesMeanwhile) {
-  const std::vector<int> all = {10, 11, 12, 13, 14};
-  for (int questions = 1; questions <= 5; ++questions) {
-    for (std::size_t goes = 0; goes < all.size(); ++goes) {
-      present = {};
-      present.ids = all;
-      present.questionsUntilOneGoes = questions;
-      present.goes = goes;
-      const std::vector<int> ids = corvalint_view::Ids(side);
-      EXPECT_EQ(present.rangeFailures, 0) << questions << " " << goes;
-      for (const int id : present.ids) EXPECT_THAT(ids, testing::Contains(id).Times(1));
-      EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+  for (int answers = 1; answers <= 6; ++answers) {
+    for (std::size_t position = 0; position < 6; ++position) {
+      WalkWhileSomeGo(answers, std::vector<std::size_t>(1, position));
+    }
+  }
+}
+
+// One scan may take several out at once: any of them, down to the whole list.
+TEST_F(View, MissesNoneAndNeverAsksBeyondTheEndWhenSeveralGoAtOnce) {
+  WalkWhileSomeGo(1, {4, 5});
+  WalkWhileSomeGo(4, {0, 1, 2, 3, 4});
+  for (int answers = 1; answers <= 6; ++answers) {
+    for (unsigned which = 1; which < 1u << 6; ++which) {
+      std::vector<std::size_t> going;
+      for (std::size_t position = 0; position < 6; ++position) {
+        if ((which >> position & 1u) != 0) going.push_back(position);
+      }
+      WalkWhileSomeGo(answers, going);
     }
   }
 }
