@@ -14,7 +14,8 @@ inline constexpr std::uint16_t kDevicePort = 23451;
 // is inside one of its operations.
 class UsbClientThread final : public BaseClientThread {
  public:
-  // `deviceHandle` is the device library's, valid until its departure has been handled.
+  // `deviceHandle` is the device library's. The client disconnects it at its end, which may be
+  // seconds after the departure was told.
   UsbClientThread(UsbServer& usbServer, DeviceHandle deviceHandle, ExternalMidiManager& manager);
 
   // Clears `running` and closes the stream; waits a second if it was open, but never for the
