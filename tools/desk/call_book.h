@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>

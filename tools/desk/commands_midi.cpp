@@ -4,6 +4,7 @@
 #include "midi_table.h"
 #include "outbox.h"
 #include "virtual_port.h"
+#include "wide_text.h"
 
 namespace corvalint::desk {
 

@@ -10,6 +10,7 @@
 #include "call_book.h"
 #include "commands.h"
 #include "outbox.h"
+#include "stand_in.h"
 
 namespace corvalint::desk {
 
@@ -98,7 +99,7 @@ DWORD WINAPI LinkThread(void*) {
 }  // namespace corvalint::desk
 
 // Referenced by every stand-in, so that each brings the desk with it.
-extern "C" __declspec(dllexport) void DeskAttach() {}
+DESK_EXPORT void DeskAttach() {}
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void*) {
   if (reason != DLL_PROCESS_ATTACH) return TRUE;

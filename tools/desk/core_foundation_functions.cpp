@@ -7,8 +7,7 @@
 #include "call_book.h"
 #include "core_foundation.h"
 #include "outbox.h"
-
-#define DESK_EXPORT extern "C" __declspec(dllexport)
+#include "stand_in.h"
 
 namespace corvalint::desk {
 

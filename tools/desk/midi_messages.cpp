@@ -8,15 +8,14 @@ constexpr std::uint8_t kSysex = 0xF0;
 constexpr std::uint8_t kSysexEnd = 0xF7;
 constexpr std::uint8_t kFirstRealTime = 0xF8;
 
-// Bytes of a short message with its status.
-std::size_t LengthOf(std::uint8_t status) {
-  if (status >= kSysex) return status == 0xF2 ? 3 : status == 0xF1 || status == 0xF3 ? 2 : 1;
-  return status >= 0xC0 && status < 0xE0 ? 2 : 3;
-}
-
 InputItem Short(const Bytes& bytes) { return {InputItem::Kind::kShort, bytes}; }
 
 }  // namespace
+
+std::size_t ShortMessageLength(std::uint8_t status) {
+  if (status >= kSysex) return status == 0xF2 ? 3 : status == 0xF1 || status == 0xF3 ? 2 : 1;
+  return status >= 0xC0 && status < 0xE0 ? 2 : 3;
+}
 
 std::vector<InputItem> MessagesIn(const Bytes& midi) {
   std::vector<InputItem> items;
@@ -34,7 +33,7 @@ std::vector<InputItem> MessagesIn(const Bytes& midi) {
       if (byte != kSysexEnd) continue;
       items.push_back({InputItem::Kind::kLong, message});
       message.clear();
-    } else if (message.size() == LengthOf(message[0])) {
+    } else if (message.size() == ShortMessageLength(message[0])) {
       items.push_back(Short(message));
       message.resize(message[0] < kSysex ? 1 : 0);  // its status runs on
     }

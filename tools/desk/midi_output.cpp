@@ -4,25 +4,12 @@
 #include <utility>
 
 #include "clock.h"
+#include "midi_messages.h"
 #include "outbox.h"
 
 namespace corvalint::desk {
 
 namespace {
-
-std::size_t ShortLength(std::uint8_t status) {
-  switch (status & 0xF0) {
-    case 0xC0:
-    case 0xD0:
-      return 2;
-    case 0xF0:
-      break;
-    default:
-      return 3;
-  }
-  if (status == 0xF2) return 3;
-  return status == 0xF1 || status == 0xF3 ? 2 : 1;
-}
 
 void GiveBack(MIDIHDR* header) {
   header->dwFlags &= ~static_cast<DWORD>(MHDR_INQUEUE);
@@ -71,7 +58,7 @@ MMRESULT OpenOutput::Short(DWORD message) {
   std::uint8_t bytes[3];
   for (std::size_t i = 0; i < 3; ++i) bytes[i] = static_cast<std::uint8_t>(message >> (8 * i));
   const std::lock_guard hold(lock);
-  Record(bytes, ShortLength(bytes[0]));
+  Record(bytes, ShortMessageLength(bytes[0]));
   return MMSYSERR_NOERROR;
 }
 

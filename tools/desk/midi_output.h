@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include "text.h"
@@ -52,7 +51,7 @@ class OpenOutput {
   void FinishPlayed();
 
   std::mutex lock;
-  std::map<MIDIHDR*, std::int64_t> playing;  // with the time of handing over
+  std::map<MIDIHDR*, std::int64_t> playing;  // with the time when it has been played
   std::int64_t wireFreeNs = 0;               // when the wire has sent all that it was given
 };
 

@@ -5,8 +5,7 @@
 #include "core_foundation.h"
 #include "mobile_device.h"
 #include "outbox.h"
-
-#define DESK_EXPORT extern "C" __declspec(dllexport)
+#include "stand_in.h"
 
 namespace {
 
@@ -14,12 +13,11 @@ using corvalint::desk::Call;
 using corvalint::desk::DeviceLibrary;
 using corvalint::desk::MobileDevice;
 using corvalint::desk::NotificationCallback;
+using corvalint::desk::Number;
 using corvalint::desk::Outbox;
 using corvalint::desk::RestoreCallback;
 
 constexpr std::uint32_t kBadArgument = 0xE8000007;
-
-std::uint64_t Number(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
 
 std::string KeyOf(const void* record) {
   const auto device = DeviceLibrary::Get().Find(record);

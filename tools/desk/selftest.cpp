@@ -24,7 +24,7 @@ namespace {
 using corvalint::desk::Bind;
 using corvalint::desk::Hear;
 using corvalint::desk::HeardJson;
-using corvalint::desk::Hex;
+using corvalint::desk::HexOf;
 using corvalint::desk::Stress;
 
 using Words = std::vector<std::string>;
@@ -44,11 +44,11 @@ void CALLBACK OnInput(HMIDIIN handle, UINT message, DWORD_PTR, DWORD_PTR first, 
   ++callbacksInside;
   if (callbackMs != 0) Sleep(callbackMs);
   if (message == MIM_DATA || message == MIM_ERROR) {
-    Hear((message == MIM_DATA ? "short " : "short-error ") + Hex(&first, 3));
+    Hear((message == MIM_DATA ? "short " : "short-error ") + HexOf(&first, 3));
   } else if (message == MIM_LONGDATA || message == MIM_LONGERROR) {
     auto* header = reinterpret_cast<MIDIHDR*>(first);
     Hear((message == MIM_LONGDATA ? "long " : "long-error ") +
-         Hex(header->lpData, header->dwBytesRecorded));
+         HexOf(header->lpData, header->dwBytesRecorded));
     if (header->dwBytesRecorded != 0 && requeue) midiInAddBuffer(handle, header, sizeof(*header));
   } else {
     Hear(message == MIM_OPEN ? "open" : "close");
@@ -147,7 +147,7 @@ void* port = nullptr;
 void CALLBACK OnPort(void*, BYTE* data, DWORD length, DWORD_PTR) {
   ++callbacksInside;
   if (callbackMs != 0) Sleep(callbackMs);
-  Hear("port " + Hex(data, length));
+  Hear("port " + HexOf(data, length));
   --callbacksInside;
 }
 

@@ -10,9 +10,6 @@ namespace corvalint::desk {
 
 // What the parts of the self-test share.
 
-// Two digits for each byte.
-std::string Hex(const void* data, std::size_t length);
-
 // Notes what a callback brought, or what went wrong. Any thread.
 void Hear(const std::string& what);
 // What was noted since the last time, in order, as a JSON line.

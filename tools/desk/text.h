@@ -23,11 +23,13 @@ inline void AppendHex(std::string& out, const std::uint8_t* data, std::size_t le
   }
 }
 
-inline std::string HexOf(std::string_view bytes) {
+inline std::string HexOf(const void* data, std::size_t length) {
   std::string out;
-  AppendHex(out, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  AppendHex(out, static_cast<const std::uint8_t*>(data), length);
   return out;
 }
+
+inline std::string HexOf(std::string_view bytes) { return HexOf(bytes.data(), bytes.size()); }
 
 inline std::uint8_t HexDigit(char digit) {
   if (digit >= '0' && digit <= '9') return static_cast<std::uint8_t>(digit - '0');

@@ -2,14 +2,15 @@
 #include "call_book.h"
 #include "clock.h"
 #include "outbox.h"
+#include "stand_in.h"
 #include "virtual_port.h"
-
-#define DESK_EXPORT extern "C" __declspec(dllexport)
+#include "wide_text.h"
 
 namespace {
 
 using corvalint::desk::Call;
 using corvalint::desk::MidiTable;
+using corvalint::desk::Number;
 using corvalint::desk::Outbox;
 using corvalint::desk::PortTable;
 using corvalint::desk::VirtualPort;
@@ -21,8 +22,6 @@ void BadPort(const char* function, const VirtualPort* port) {
   }
   SetLastError(ERROR_INVALID_HANDLE);
 }
-
-std::uint64_t Number(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
 
 }  // namespace
 

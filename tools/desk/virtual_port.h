@@ -80,12 +80,4 @@ class PortTable {
   int lastId = 0;
 };
 
-// UTF-16 as four hex digits for each unit; the form in which the control protocol names ports.
-std::string HexOfWide(const std::wstring& text);
-std::wstring WideFromHex(std::string_view hex);
-
-// Conversions by the process's ANSI code page.
-std::string AnsiOf(const std::wstring& text);
-std::wstring WideOf(const std::string& ansi);
-
 }  // namespace corvalint::desk

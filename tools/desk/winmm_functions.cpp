@@ -4,20 +4,15 @@
 #include "call_book.h"
 #include "midi_table.h"
 #include "outbox.h"
-
-#define DESK_EXPORT extern "C" __declspec(dllexport)
+#include "stand_in.h"
 
 namespace {
 
 using corvalint::desk::Call;
 using corvalint::desk::CallBook;
 using corvalint::desk::MidiTable;
+using corvalint::desk::Number;
 using corvalint::desk::Outbox;
-
-template <typename T>
-std::uint64_t Number(T* pointer) {
-  return reinterpret_cast<std::uintptr_t>(pointer);
-}
 
 // A closed handle is freed memory to the real library.
 MMRESULT NoSuchHandle(const char* function, std::uintptr_t handle) {
