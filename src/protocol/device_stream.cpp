@@ -29,12 +29,12 @@ DeviceStream::DeviceStream()
 
 DeviceStream::~DeviceStream() {
   Close();
-  ReportLosses(true);
+  ReportLosses();
   if (waker != 0) Use<SocketApi>().closeWaker(waker);
 }
 
 void DeviceStream::Open(int connectedSocket) {
-  ReportLosses(true);  // of the stream before
+  ReportLosses();  // of the stream before
   std::vector<char> room;
   try {
     room.reserve(kMostKept);
@@ -122,7 +122,7 @@ int DeviceStream::Receive(void* data, int size) {
     if (closeAfterReceive > 0) Use<SocketApi>().close(closeAfterReceive);
     closeAfterReceive = 0;
   }
-  if (received <= 0) ReportLosses(true);
+  if (received <= 0) ReportLosses();
   return received;
 }
 
@@ -155,7 +155,6 @@ int DeviceStream::WaitAndReceive(int open, void* data, int size) {
       // What is kept begins inside a frame, so nothing else can follow; and a wait for such a
       // stream would end at once for ever. What the device had sent before is read first.
       if (broken && !ready.readable) return -1;
-      ReportLosses(false);
     }
     if (!ready.readable && !ready.exceptional) continue;
     const int received = sockets.receive(open, data, size);
@@ -194,21 +193,33 @@ bool DeviceStream::IsCrowded() {
   return kept.size() - keptBegin > kCrowded;
 }
 
+// Asked before each wait and each receive, so it is here that the end of a stall is noticed,
+// whichever thread sent the last of what was kept.
 bool DeviceStream::WantsToSend() {
-  CriticalSectionScope hold(lock);
-  return HasKept();
+  std::uint64_t lost = 0;
+  bool wants;
+  {
+    CriticalSectionScope hold(lock);
+    wants = HasKept();
+    if (!wants) lost = std::exchange(dropped, 0);
+  }
+  LogLosses(lost);
+  return wants;
+}
+
+void DeviceStream::ReportLosses() {
+  std::uint64_t lost;
+  {
+    CriticalSectionScope hold(lock);
+    lost = std::exchange(dropped, 0);
+  }
+  LogLosses(lost);
 }
 
 // One line a stall, once it is over; written by the receiving thread, which holds no lock.
-void DeviceStream::ReportLosses(bool always) {
-  std::uint64_t frames = 0;
-  {
-    CriticalSectionScope hold(lock);
-    if (always || !HasKept()) frames = std::exchange(dropped, 0);
-  }
-  if (frames > 0) {
-    LogDebug("the device did not read: %lu frames dropped", static_cast<unsigned long>(frames));
-  }
+void DeviceStream::LogLosses(std::uint64_t frames) {
+  if (frames == 0) return;
+  LogDebug("the device did not read: %lu frames dropped", static_cast<unsigned long>(frames));
 }
 
 }  // namespace corvalint

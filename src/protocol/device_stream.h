@@ -58,7 +58,8 @@ class DeviceStream {
   void Keep(const char* bytes, std::size_t count) CORVALINT_REQUIRES(lock);
   bool HasKept() const CORVALINT_REQUIRES(lock) { return keptBegin < kept.size(); }
   bool WantsToSend() CORVALINT_EXCLUDES(lock);
-  void ReportLosses(bool always) CORVALINT_EXCLUDES(lock);
+  void ReportLosses() CORVALINT_EXCLUDES(lock);
+  static void LogLosses(std::uint64_t frames);
 
   // Leaf: {read the socket, one send} against {swap the socket, close}.
   CriticalSection lock;

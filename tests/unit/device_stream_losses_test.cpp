@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/socket.h"
@@ -39,6 +43,18 @@ class DeviceStreamLosses : public testing::Test {
     sockets.BlockSends();
     for (int i = 0; i < 15; ++i) ASSERT_GT(Send(65536), 0) << i;
     for (int i = 0; i < lost; ++i) ASSERT_EQ(Send(65536), -1) << i;
+  }
+
+  // The device reads again, and a sender sends all that was kept.
+  void Drain() {
+    sockets.SendAnswers({});
+    const auto reader = std::async(std::launch::async, [this] {
+      for (int i = 0; i < 15; ++i) peer->ReceiveFrame();
+    });
+    while (reader.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+      stream->IsCrowded();
+      std::this_thread::yield();
+    }
   }
 
   FakeClock clock;
@@ -79,6 +95,39 @@ TEST_F(DeviceStreamLosses, AreToldAtTheEndOfTheStreamsLife) {
   Overflow(3);
   stream.reset();
   EXPECT_EQ(log.Lines(), Lines{"DEBUG the device did not read: 3 frames dropped"});
+}
+
+TEST_F(DeviceStreamLosses, AreToldWhenSendersEndTheStallWhileTheReaderIsElsewhere) {
+  Overflow(2);
+  Drain();
+  peer->Send("abc");
+  char bytes[8];
+  EXPECT_EQ(stream->Receive(bytes, sizeof bytes), 3);
+  EXPECT_EQ(log.Lines(), Lines{"DEBUG the device did not read: 2 frames dropped"});
+}
+
+TEST_F(DeviceStreamLosses, AreToldWhenSendersEndTheStallBeforeAWaitHasNoticedIt) {
+  Lines logged;
+  sockets.NextWaitSees({.woken = true});
+  sockets.BeforeWait([&] {
+    sockets.BeforeWait([&] {
+      logged = log.Lines();
+      peer->Send("abc");
+    });
+    Overflow(3);
+    Drain();
+  });
+  char bytes[8];
+  EXPECT_EQ(stream->Receive(bytes, sizeof bytes), 3);
+  EXPECT_EQ(logged, Lines{"DEBUG the device did not read: 3 frames dropped"});
+}
+
+TEST_F(DeviceStreamLosses, AreNotToldWhileTheStallGoesOn) {
+  Overflow(1);
+  peer->Send("abc");
+  char bytes[8];
+  EXPECT_EQ(stream->Receive(bytes, sizeof bytes), 3);
+  EXPECT_EQ(log.Lines(), Lines{});
 }
 
 // What is kept begins inside a frame: a stream that does not take it is of no use any more.
