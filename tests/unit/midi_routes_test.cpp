@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include "clients/route_changes.h"
+#include "platform/native_mutex.h"
 #include "support/manager_fixture.h"
 
 namespace corvalint {
@@ -68,9 +71,31 @@ TEST_F(MidiRoutesTest, APortThatComesOrGoesIsNoticedAtOnce) {
   manager.AddRemoteDestination("Piano", 8);
   manager.RemoveRemoteSource("Piano", 7);
   EXPECT_FALSE(routes.To(7).source);
+  EXPECT_FALSE(routes.To(9).source);
   manager.AddRemoteSource("Piano", 9);  // to the port that is there already
   EXPECT_TRUE(routes.To(9).source);
   EXPECT_FALSE(routes.To(7).source);
+}
+
+// The port has been looked for and the destinations have not: the route that is just being put
+// together knows nothing of the port, and the next message must look again.
+TEST_F(MidiRoutesTest, APortThatComesInTheMiddleOfALookUpIsFoundByTheNextMessage) {
+  static const NativeMutex* watched;
+  static std::function<void()> beforeEntering;
+  static MutexApi table;
+  watched = nullptr;
+  table = MutexApi::System();
+  table.enter = [](NativeMutex& mutex) {
+    if (watched == nullptr) watched = &mutex;
+    if (watched == &mutex && beforeEntering) std::exchange(beforeEntering, nullptr)();
+    MutexApi::System().enter(mutex);
+  };
+  Install<MutexApi>(&table);
+  GetMidiEndpointRegistry().DestinationCount();  // enters the list's lock, and only that
+  beforeEntering = [this] { manager.AddRemoteSource("Piano", 7); };
+  EXPECT_FALSE(routes.To(7).source);
+  EXPECT_TRUE(routes.To(7).source);
+  Install<MutexApi>(nullptr);
 }
 
 TEST_F(MidiRoutesTest, ADestinationThatComesOrGoesIsNoticedAtOnce) {
