@@ -62,6 +62,27 @@ class ManagerScenesTest : public ::testing::Test {
   test::RecordingClient other;
 };
 
+// --- additions
+
+TEST_F(ManagerScenesTest,
+       AnEndpointIsAnnouncedOnceItIsThereWithTheClientLockHeldAndNotTheManagers) {
+  int announced = 0;
+  other.whenSent = [&] {
+    ++announced;
+    EXPECT_EQ(manager.PublishedEndpoints().size(), static_cast<std::size_t>(announced));
+    EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 2u);
+    EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);
+    EXPECT_EQ(console.Take(), "");
+  };
+  manager.AddRemoteSource("Piano", 7);  // makes a port
+  EXPECT_EQ(console.Take(), "sending /add_remote_source: Piano || 7 \n");
+  manager.AddRemoteDestination("Piano", 8);  // has its place on that port
+  EXPECT_EQ(console.Take(), "sending /add_remote_destination: Piano || 8 \n");
+  manager.AddRemoteDestination("Organ", 9);
+  EXPECT_EQ(announced, 3);
+  EXPECT_THAT(driver.TakeCalls(), ElementsAre("create(Piano) = 1", "create(Organ) = 2"));
+}
+
 // --- removals
 
 TEST_F(ManagerScenesTest, ASourceIsAnnouncedAsRemovedWhileItIsThereAndBothLocksAreHeld) {

@@ -132,9 +132,13 @@ TEST_F(ExternalMidiManagerTest, ASourceAndADestinationOfOneNameShareAPort) {
   EXPECT_THAT(manager.PublishedEndpoints(), IsEmpty());
 
   manager.AddRemoteDestination("Piano", 8);
-  manager.AddRemoteSource("Piano", 7);
-  manager.RemoveRemoteDestination("Piano", 8);
   EXPECT_THAT(Calls(), ElementsAre("create(Piano) = 2"));
+  manager.AddRemoteSource("Piano", 7);
+  const SourcePort shared = manager.SourcePortWithId(7);
+  ASSERT_TRUE(shared);
+  EXPECT_EQ(shared.record->deviceKey, "phone");  // as on every port that was there already
+  manager.RemoveRemoteDestination("Piano", 8);
+  EXPECT_THAT(Calls(), IsEmpty());
   manager.RemoveRemoteSource("Piano", 7);
   EXPECT_THAT(Calls(), ElementsAre("close(2)"));
 }
