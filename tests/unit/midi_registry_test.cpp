@@ -104,6 +104,8 @@ TEST_F(MidiRegistry, AnnouncesWhatIsOpenDestinationsFirstInListOrder) {
   const auto stale = AddSource("B", 1, 7);
   winmm.Fail("midiInStart", 4);
   Open(stale);
+  ASSERT_NE(stale->handle, nullptr);
+  stale->off = false;  // about to be tried again
   Forget();
   AnnounceOpenEndpoints(registry);
   EXPECT_EQ(Printed(),

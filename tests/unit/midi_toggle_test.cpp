@@ -103,6 +103,19 @@ TEST_F(MidiToggle, AnUnknownIdDoesNothing) {
   EXPECT_TRUE(synth->off);
 }
 
+TEST_F(MidiToggle, EachKindIsComparedWithItsOwnNumberOfDevices) {
+  winmm.SetOutputs({"Synth", "Organ"});
+  ScanMidiDevices(registry);
+  Forget();
+  registry.ToggleDestination(synth->uniqueId);
+  EXPECT_THAT(winmm.TakeCalls(), ElementsAre("midiOutGetNumDevs()", "midiOutOpen(0)"));
+  registry.ToggleSource(keys->uniqueId);
+  const auto calls = winmm.TakeCalls();
+  ASSERT_GE(calls.size(), 2u);
+  EXPECT_EQ(calls[0], "midiInGetNumDevs()");
+  EXPECT_EQ(calls[1], "midiInOpen(0)");
+}
+
 // Devices came or went since the scan, and winmm's numbers may have moved.
 TEST_F(MidiToggle, ANumberThatBelongsToAnotherDeviceByNowIsNotOpened) {
   winmm.SetInputs({"New", "Keys"});
