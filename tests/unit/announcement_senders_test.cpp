@@ -157,6 +157,13 @@ TEST_P(AnnouncementSendersTest, ThrowForALongerNameAndSendAndPrintNothing) {
   EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
 }
 
+TEST_P(AnnouncementSendersTest, ThrowForALongerNameWithoutAnyDeviceToo) {
+  ConsoleCapture console;
+  EXPECT_THROW(Send(std::string(GetParam().longestName + 1, 'n'), 7, ""),
+               osc::OutOfBufferMemoryException);
+  EXPECT_EQ(console.Text(), "");
+}
+
 TEST_P(AnnouncementSendersTest, AnnounceAloneSendsTheSameAndPrintsNothing) {
   server.clients.Append(a);
   server.clients.Append(b);

@@ -281,6 +281,7 @@ TEST_F(BaseClientThreadTest, TheDestructorWaitsForADisconnectInProgress) {
   disconnected = 0;
   int polls = 0;
   clock.WhenSleeping([&](std::uint32_t) {
+    EXPECT_EQ(log.Lines().back(), "DEBUG ~BaseClientThread");
     if (++polls == 3) disconnected = 1;
   });
   other.reset();

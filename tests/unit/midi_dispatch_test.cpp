@@ -92,6 +92,15 @@ TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreAskedBeforeTheMidiGoesOut)
   EXPECT_EQ(order, "manager device ");
 }
 
+TEST_F(MessageDispatchTest, TheDesktopsDestinationsAreServedBeforeTheOtherDevicesManagersAreAsked) {
+  AddDestination(7);
+  std::string printed;
+  other.scripted.whenHandled = [&] { printed = console.Take(); };
+  Take(MidiMessage("Synth", 7, 5, kNote));
+  EXPECT_EQ(printed, "MMSYSERR_INVALHANDLE\n");  // the destination is closed
+  EXPECT_EQ(console.Take(), "");
+}
+
 TEST_F(MessageDispatchTest, RelayedMidiCarriesHostTime) {
   clock.SetTicks(10000);
   Take(OscMessage("/init_timing", "h", OscInt64(400)));  // offset 999600

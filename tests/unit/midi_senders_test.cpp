@@ -138,6 +138,12 @@ TEST_P(MidiSendersTest, ThrowForAnyLengthThatIsNoLength) {
   EXPECT_THAT(a.TakePackets(), IsEmpty());
 }
 
+TEST_P(MidiSendersTest, ThrowForWhatFitsNoPacketWithoutAnyDeviceToo) {
+  server.clients.Remove(a);
+  EXPECT_THROW(Send(kNote, 3, std::string(131072, 'n'), 1, 2), osc::OutOfBufferMemoryException);
+  EXPECT_THROW(Send(kNote, 131073, "a", 1, 2), osc::OutOfBufferMemoryException);
+}
+
 TEST_P(MidiSendersTest, GoOnWhenAFrameIsDropped) {
   RecordingClient b;
   b.scripted.owns = true;
