@@ -123,8 +123,30 @@ TEST(CommandsTest, TargetsAreQuotedOrNotAndMayNameTheirSide) {
   EXPECT_EQ(ParseTarget("source").text, "source");
 }
 
+int rangeFailures = 0;
+
+// The id at a position, after which two endpoints go at once as long as there are many.
+int IdBeforeTwoGo(int position) {
+  FakeSide& side = fakeSides[0];
+  if (static_cast<std::size_t>(position) >= side.size()) ++rangeFailures;
+  const int id = IdAt<0>(position);
+  if (side.size() > 2) side.erase(side.begin(), side.begin() + 2);
+  return id;
+}
+
+TEST_F(HostTest, AWalkNeverAsksBeyondTheEndWhenSeveralEndpointsGoAtOnce) {
+  fakeSides[0] = {{1, "a"}, {2, "b"}, {3, "c"}, {4, "d"}, {5, "e"}, {6, "f"}};
+  wrapper.sources.idAt = IdBeforeTwoGo;
+  rangeFailures = 0;
+  const std::vector<Endpoint> endpoints = ReadEndpoints(wrapper.sources, system);
+  EXPECT_EQ(rangeFailures, 0);
+  ASSERT_EQ(endpoints.size(), 2U);
+  EXPECT_EQ(endpoints[0].name, "e");
+  EXPECT_EQ(endpoints[1].name, "f");
+}
+
 TEST_F(HostTest, AWalkStartsAgainWhenAnEndpointVanishesUnderIt) {
-  vanishAtIdRead = 2;  // Counted two, the second is gone when it is asked for.
+  vanishAtIdRead = 1;  // Counted two, the second is gone when it is asked for.
   std::vector<Endpoint> endpoints = ReadEndpoints(wrapper.sources, system);
   ASSERT_EQ(endpoints.size(), 1U);
   EXPECT_EQ(endpoints[0].id, -7);

@@ -162,22 +162,57 @@ TEST_F(HostTest, WhatIsSwitchedOnAtProgramStartIsWatchedAndAFailureIsNot) {
   EXPECT_EQ(sleeps, 2);
 }
 
-TEST_F(HostTest, StartWaitsUntilTheListsStandStill) {
-  fakeSides[0].clear();
-  fakeSides[1].clear();
+TEST_F(HostTest, StartWaitsForTheFirstListThatIsNotEmpty) {
+  for (const int side : {0, 1}) {
+    fakeSides[0].clear();
+    fakeSides[1].clear();
+    sleeps = 0;
+    onSleep = [this, side] {
+      if (sleeps == 3) fakeSides[side].push_back({1, "a"});
+    };
+    person.Start();
+    EXPECT_EQ(startCalls, side + 1);
+    EXPECT_EQ(sleeps, 3);
+  }
+}
+
+TEST_F(HostTest, ADeviceIsGivenAMomentToBeToldOfAfterTheStart) {
   onSleep = [this] {
-    if (sleeps == 3) fakeSides[0].push_back({1, "a"});
-    if (sleeps == 4) fakeSides[1].push_back({2, "b"});
+    if (sleeps == 5) fakeClients = 1;
   };
-  person.Start();
-  EXPECT_EQ(startCalls, 1);
-  EXPECT_EQ(sleeps, 10);
+  EXPECT_EQ(Say("clients", kExitDone), "1 device connected\n");
+  EXPECT_EQ(sleeps, 5);
+  fakeClients = 0;
+  EXPECT_EQ(Say("clients", kExitDone), "0 devices connected\n");
+  EXPECT_EQ(sleeps, 5);
+  Person writer(wrapper, system, MakeOutput(true));
+  onSleep = [this] {
+    if (sleeps == 7) fakeClients = 2;
+  };
+  printed.clear();
+  EXPECT_EQ(writer.Do("list"), kExitDone);
+  EXPECT_THAT(printed, StartsWith(R"({"kind":"list","devices":2,)"));
+  EXPECT_EQ(sleeps, 7);
+}
+
+TEST_F(HostTest, WhereThereIsNoDeviceOneSecondIsWaitedAndOnlyOnce) {
+  EXPECT_EQ(Say("clients", kExitDone), "0 devices connected\n");
+  EXPECT_EQ(sleeps, 40);
+  EXPECT_EQ(Say("clients", kExitDone), "0 devices connected\n");
+  EXPECT_EQ(sleeps, 40);
+  // The table does not tell of devices.
+  Person reader(wrapper, system, MakeOutput(false));
+  reader.Do("list");
+  EXPECT_EQ(sleeps, 40);
 }
 
 TEST_F(HostTest, StartGivesUpWaitingWhereThereIsNothing) {
   fakeSides[0].clear();
   fakeSides[1].clear();
   person.Start();
+  EXPECT_EQ(sleeps, 100);
+  // Longer than a device is waited for.
+  EXPECT_EQ(Say("clients", kExitDone), "0 devices connected\n");
   EXPECT_EQ(sleeps, 100);
 }
 

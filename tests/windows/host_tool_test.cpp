@@ -94,6 +94,35 @@ TEST(HostTool, WhatIsSwitchedOnStaysOnAndIsWatched) {
   EXPECT_EQ(documents[3].at("name"), "Keys");
 }
 
+TEST(HostTool, WhatIsToggledOnStaysOnAndIsWatched) {
+  int keys = 0;
+  HostTool tool({"toggle", "Keys"}, {},
+                [&](DeskControl& control) { keys = control.AddInput("Keys"); });
+  ASSERT_TRUE(tool.Control().WaitForInputStarted(keys));
+  ASSERT_TRUE(tool.WaitForOutput(" connected"));
+  EXPECT_THAT(WithLineFeeds(tool.GetProcess().Output()),
+              StartsWith("source \"Keys\" is on\nCtrl-C ends the bridge.\n"));
+  tool.Control().AddOutput("Late");
+  EXPECT_TRUE(tool.WaitForOutput("destination \"Late\" came"));
+  tool.GetProcess().Kill();
+}
+
+TEST(HostTool, CountsADeviceThatIsAttached) {
+  device::SimulatedDevice app;
+  HostTool tool({"clients"}, {}, [&](DeskControl& control) {
+    harness::DeviceSetup setup;
+    setup.identifier = "ipad";
+    setup.tcpPort = app.Port();
+    setup.connectionId = app.Port();
+    control.SetDevice("ipad", setup);
+    control.Attach("ipad");
+  });
+  const Ended ended = tool.End();
+  EXPECT_EQ(ended.exitCode, 0);
+  EXPECT_EQ(ended.out, "1 device connected\n");
+  EXPECT_EQ(ended.err, "");
+}
+
 TEST(HostTool, OffOfWhatIsOffIsDone) {
   const Ended ended = RunAtDesk({"off", "Synth"});
   EXPECT_EQ(ended.exitCode, 0);

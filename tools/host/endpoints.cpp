@@ -11,10 +11,16 @@ namespace {
 
 constexpr int kWalkAttempts = 5;
 
-std::vector<int32_t> ReadIds(const SideCalls& calls) {
-  std::vector<int32_t> ids;
-  int64_t count = calls.count();
-  for (int position = 0; position < count; ++position) ids.push_back(calls.idAt(position));
+// A scan may take any number of endpoints out meanwhile. The walk goes towards the first position,
+// as those do that stay, and asks for the count again right before each position.
+std::vector<std::int32_t> ReadIds(const SideCalls& calls) {
+  std::vector<std::int32_t> ids;
+  for (auto position = static_cast<int>(calls.count()); position-- > 0;) {
+    if (position >= calls.count()) continue;
+    const std::int32_t id = calls.idAt(position);
+    if (std::ranges::find(ids, id) == ids.end()) ids.push_back(id);
+  }
+  std::ranges::reverse(ids);
   return ids;
 }
 
@@ -35,8 +41,8 @@ Endpoint ReadEndpoint(const SideCalls& calls, const System& system, int32_t id) 
   return endpoint;
 }
 
-// True if the list was the same before and after its endpoints were asked. An endpoint that went
-// between would otherwise show up with an empty name, or hide the one behind it.
+// True if the list was the same before and after its endpoints were asked. An endpoint that went in
+// between would otherwise show up with an empty name.
 bool WalkOnce(const SideCalls& calls, const System& system, std::vector<Endpoint>& endpoints) {
   std::vector<int32_t> ids = ReadIds(calls);
   endpoints.clear();

@@ -21,8 +21,9 @@ struct Endpoint {
   bool operator==(const Endpoint&) const = default;
 };
 
-// Walks one list. An endpoint that vanishes meanwhile makes the walk start again; after a few such
-// starts std::out_of_range of the library reaches the caller.
+// Walks one list, in its order. An endpoint that comes or goes meanwhile makes the walk start
+// again. After a few such starts the last walk counts, and the library's std::out_of_range in it
+// reaches the caller.
 std::vector<Endpoint> ReadEndpoints(const SideCalls& calls, const System& system);
 
 // Both lists at one moment.

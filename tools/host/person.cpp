@@ -18,28 +18,32 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kPollMilliseconds = 200;
-constexpr int kScanPollMilliseconds = 25;
+constexpr int kStartPollMilliseconds = 25;
 constexpr int kScanPolls = 100;
-constexpr int kStillPolls = 6;
 
-int64_t CountEndpoints(const Wrapper& wrapper) {
-  return wrapper.sources.count() + wrapper.destinations.count();
+// A scan changes both lists in one moment, so the first that is not empty is whole.
+bool ListsAreFilled(const Wrapper& wrapper) {
+  return wrapper.sources.count() > 0 || wrapper.destinations.count() > 0;
 }
 
 }  // namespace
 
 void Person::Start() {
   wrapper.start();
-  // A scan fills the lists one device at a time: it is over when the number has not grown for a
-  // while.
-  int64_t before = 0;
-  int still = 0;
-  for (int poll = 0; poll < kScanPolls && still < kStillPolls; ++poll) {
-    system.sleep(kScanPollMilliseconds);
-    int64_t now = CountEndpoints(wrapper);
-    still = now > 0 && now == before ? still + 1 : 0;
-    before = now;
+  for (int poll = 0; poll < kScanPolls && !ListsAreFilled(wrapper); ++poll) {
+    system.sleep(kStartPollMilliseconds);
+    deviceGrace -= kStartPollMilliseconds;
   }
+}
+
+// Apple's library tells of attached devices on a thread of its own, some time after the start.
+unsigned int Person::CountDevices() {
+  while (wrapper.usbClients() == 0 && deviceGrace > 0) {
+    system.sleep(kStartPollMilliseconds);
+    deviceGrace -= kStartPollMilliseconds;
+  }
+  deviceGrace = 0;
+  return wrapper.usbClients();
 }
 
 int Person::Do(std::string_view line) {
@@ -76,13 +80,16 @@ int Person::Dispatch(const Command& command) {
 }
 
 void Person::List() {
-  Listing listing = ReadListing(wrapper, system);
-  output.print(output.json ? ListDocument(listing, wrapper.usbClients()) + "\n"
-                           : FormatListing(listing, system.columns()));
+  if (output.json) {
+    const unsigned int devices = CountDevices();
+    output.print(ListDocument(ReadListing(wrapper, system), devices) + "\n");
+  } else {
+    output.print(FormatListing(ReadListing(wrapper, system), system.columns()));
+  }
 }
 
 void Person::TellDevices() {
-  unsigned int devices = wrapper.usbClients();
+  const unsigned int devices = CountDevices();
   output.print(output.json ? DevicesDocument(devices, DateAndTime()) + "\n"
                            : DevicesText(devices) + "\n");
 }

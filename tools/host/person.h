@@ -29,8 +29,8 @@ class Person {
   Person(const Wrapper& calls, const System& hostSystem, Output answers)
       : wrapper(calls), system(hostSystem), output(std::move(answers)) {}
 
-  // Starts the service and waits until the first scan has filled the lists, or for two seconds and
-  // a half on a machine where there is nothing to find.
+  // Starts the service and waits until the first scan has filled the lists, or for two and a half
+  // seconds where there is nothing to find.
   void Start();
 
   // Carries one line out. The exit code that the program would end with; the person was told why it
@@ -51,6 +51,7 @@ class Person {
   int SwitchOne(bool isSource, const Endpoint& endpoint, const std::string& verb);
   void Watch(const std::string& seconds);
   void TellDevices();
+  unsigned int CountDevices();
   std::unique_ptr<WatchView> OpenView();
   int Fail(int exitCode, const std::string& text);
 
@@ -58,6 +59,7 @@ class Person {
   const System& system;
   Output output;
   bool finished = false;
+  int deviceGrace = 1000;  // milliseconds that the first device may still take to be told of
 };
 
 }  // namespace corvalint::host
