@@ -1,10 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>

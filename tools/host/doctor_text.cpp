@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "host/doctor.h"
 #include "host/json.h"
 
@@ -19,7 +21,7 @@ const char* StateWord(LinkState state) {
 
 std::string LinkText(const Link& link) {
   std::string text = link.name;
-  text.resize(std::max<size_t>(text.size() + 1, 20), ' ');
+  text.resize(std::max<std::size_t>(text.size() + 1, 20), ' ');
   std::string state = StateWord(link.state);
   state.resize(9, ' ');
   return state + text + link.found;
