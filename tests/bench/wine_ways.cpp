@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "bench/results.h"
-#include "harness/latencies.h"
+#include "device/raw_time.h"
 #include "windows/support/serving.h"
 
 namespace corvalint::bench {
@@ -113,7 +113,7 @@ class DllWays {
     auto next = std::chrono::steady_clock::now();
     for (std::size_t i = 0; i < kTimedNotes; ++i) {
       std::this_thread::sleep_until(next += kBetweenNotes);
-      sentAt.push_back(harness::RawNowNs());
+      sentAt.push_back(device::RawNow());
       Must(player->App().SendMidi("Synth", synth, MidiOf(3)), "the stream is gone");
     }
     const int output = bridge.Output("Synth");

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <thread>
 
+#include "device/raw_time.h"
 #include "harness/latencies.h"
 #include "windows/support/osc_ports.h"
 #include "windows/support/serving.h"
@@ -134,7 +135,7 @@ class OscLatency : public testing::Test {
     std::vector<std::int64_t> sentAt;
     auto next = std::chrono::steady_clock::now();
     for (const Bytes& note : notes) {
-      sentAt.push_back(harness::RawNowNs());
+      sentAt.push_back(device::RawNow());
       EXPECT_TRUE(player->App().SendMidi("Synth", synth, note));
       std::this_thread::sleep_until(next += kBetweenNotes);
     }

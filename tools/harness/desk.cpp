@@ -36,7 +36,8 @@ Desk::Desk(const DeskOptions& options) : folder(temp.Path() / options.folder) {
   setup.command.insert(setup.command.end(), options.arguments.begin(), options.arguments.end());
   setup.directory = Folder();
   setup.environment = WineEnvironment(prefix);
-  setup.environment["CORVALINT_DESK_CONTROL"] = "127.0.0.1:" + std::to_string(control->Port());
+  setup.environment["CORVALINT_DESK_CONTROL"] =
+      "127.0.0.1:" + std::to_string(control->ControlPort());
   for (const auto& [name, value] : options.environment) setup.environment[name] = value;
   host = std::make_unique<Host>(setup);
   const bool loadedAtStart = options.winmm || (options.supportKey && options.installDir);

@@ -21,15 +21,6 @@ std::string HexOfBytes(const Bytes& bytes) {
   return HexOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
-std::string NumberList(const std::vector<std::uint32_t>& numbers) {
-  std::string text;
-  for (const std::uint32_t number : numbers) {
-    if (!text.empty()) text += ',';
-    text += std::to_string(number);
-  }
-  return text;
-}
-
 template <typename Map>
 typename Map::mapped_type ValueOf(const Map& map, const typename Map::key_type& key) {
   const auto found = map.find(key);
@@ -48,12 +39,6 @@ DeskControl::DeskControl() : server([this](std::string_view line) { TakeLine(lin
 
 bool DeskControl::WaitUntilConnected(std::chrono::milliseconds limit) {
   return server.WaitUntilConnected(limit);
-}
-
-template <typename Condition>
-bool DeskControl::WaitUntil(Condition condition, std::chrono::milliseconds limit) {
-  std::unique_lock hold(lock);
-  return changed.wait_for(hold, limit, condition);
 }
 
 // The reply to a command comes behind everything that the desk told before it.
@@ -145,12 +130,12 @@ std::optional<JobResult> DeskControl::WaitForJob(int job, std::chrono::milliseco
   return jobs[job];
 }
 
-std::optional<harness::Port> DeskControl::WaitForPort(std::u16string_view name,
-                                                      std::chrono::milliseconds limit) {
-  std::optional<harness::Port> found;
+std::optional<Port> DeskControl::WaitForPort(std::u16string_view name,
+                                             std::chrono::milliseconds limit) {
+  std::optional<Port> found;
   WaitUntil(
       [&] {
-        for (const harness::Port& port : ports) {
+        for (const Port& port : ports) {
           if (port.open && port.name == name) found = port;
         }
         return found.has_value();
@@ -162,14 +147,13 @@ std::optional<harness::Port> DeskControl::WaitForPort(std::u16string_view name,
 bool DeskControl::WaitForPortClosed(int portId, std::chrono::milliseconds limit) {
   return WaitUntil(
       [&] {
-        return std::any_of(ports.begin(), ports.end(), [portId](const harness::Port& port) {
-          return port.id == portId && !port.open;
-        });
+        return std::any_of(ports.begin(), ports.end(),
+                           [portId](const Port& port) { return port.id == portId && !port.open; });
       },
       limit);
 }
 
-std::vector<harness::Port> DeskControl::Ports() {
+std::vector<Port> DeskControl::Ports() {
   Settle();
   const std::lock_guard hold(lock);
   return ports;
@@ -232,47 +216,6 @@ void DeskControl::ForgetRecorded() {
 }
 
 void DeskControl::SetStreaming(bool on) { Send(on ? "streaming 1" : "streaming 0"); }
-
-void DeskControl::SetDevice(const std::string& key, const DeviceSetup& setup) {
-  std::string text = "device " + key;
-  if (setup.withoutIdentifier) text += " udid=-";
-  if (setup.identifier) text += " udid=" + HexOf(*setup.identifier);
-  if (setup.displayName) text += " name=" + HexOf(*setup.displayName);
-  if (setup.connectionId) text += " id=" + std::to_string(*setup.connectionId);
-  if (setup.tcpPort) text += " tcp=" + std::to_string(*setup.tcpPort);
-  if (!setup.connectAnswers.empty()) text += " connect=" + NumberList(setup.connectAnswers);
-  if (!setup.streamAnswers.empty()) text += " mux=" + NumberList(setup.streamAnswers);
-  if (setup.productWord) text += " product=" + std::to_string(*setup.productWord);
-  Send(text);
-}
-
-void DeskControl::Attach(const std::string& key, bool freshRecord) {
-  Send("attach " + key + (freshRecord ? " fresh=1" : ""));
-  const std::lock_guard hold(lock);
-  ++notificationsAsked;
-}
-
-void DeskControl::Detach(const std::string& key) {
-  Send("detach " + key);
-  const std::lock_guard hold(lock);
-  ++notificationsAsked;
-}
-
-void DeskControl::Notify(const std::string& key, std::uint32_t kind) {
-  Send("notify " + key + " " + std::to_string(kind));
-  const std::lock_guard hold(lock);
-  ++notificationsAsked;
-}
-
-void DeskControl::Restore(const std::string& which) {
-  Send("restore " + which);
-  const std::lock_guard hold(lock);
-  ++notificationsAsked;
-}
-
-bool DeskControl::WaitForNotifications(std::chrono::milliseconds limit) {
-  return WaitUntil([&] { return notificationsDone >= notificationsAsked; }, limit);
-}
 
 bool DeskControl::WaitForHeld(const std::string& function, std::chrono::milliseconds limit) {
   return WaitUntil([&] { return held.contains(function); }, limit);

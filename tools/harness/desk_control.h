@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,7 +23,8 @@ class DeskControl {
  public:
   DeskControl();
 
-  std::uint16_t Port() const { return server.Port(); }
+  // Where the desk is to connect to.
+  std::uint16_t ControlPort() const { return server.Port(); }
   bool WaitUntilConnected(std::chrono::milliseconds limit = kPatience);
 
   // Until this is called, every call of the product into a stand-in waits (30 seconds at most), so
@@ -52,10 +52,10 @@ class DeskControl {
   std::optional<JobResult> WaitForJob(int job, std::chrono::milliseconds limit = kPatience);
 
   // Virtual ports.
-  std::optional<harness::Port> WaitForPort(std::u16string_view name,
-                                           std::chrono::milliseconds limit = kPatience);
+  std::optional<Port> WaitForPort(std::u16string_view name,
+                                  std::chrono::milliseconds limit = kPatience);
   bool WaitForPortClosed(int portId, std::chrono::milliseconds limit = kPatience);
-  std::vector<harness::Port> Ports();  // all that ever were, in order of their making
+  std::vector<Port> Ports();  // all that ever were, in order of their making
   void OccupyPortName(std::u16string_view name, bool taken = true);
 
   // What the product sent, in order. Without streaming only the desk's own counts go on.
@@ -117,10 +117,12 @@ class DeskControl {
   void TakeEvent(std::string_view text);
   void TakeRecorded(char kind, std::string_view rest);
   template <typename Condition>
-  bool WaitUntil(Condition condition, std::chrono::milliseconds limit);
+  bool WaitUntil(Condition condition, std::chrono::milliseconds limit) {
+    std::unique_lock hold(lock);
+    return changed.wait_for(hold, limit, condition);
+  }
   void Settle();
   int NextJob();
-  std::uint64_t EventCount(const std::string& prefix);
 
   std::mutex lock;
   std::condition_variable changed;
@@ -131,7 +133,7 @@ class DeskControl {
   std::map<int, std::string> inputStates;
   std::map<int, std::string> outputStates;
   std::map<int, JobResult> jobs;
-  std::vector<harness::Port> ports;
+  std::vector<Port> ports;
   std::vector<std::string> violations;
   std::vector<std::string> events;
   std::map<std::string, std::uint64_t> held;

@@ -1,6 +1,4 @@
 // What the desk tells by itself: events and recorded messages.
-#include <charconv>
-
 #include "harness/desk_control.h"
 #include "harness/words.h"
 
@@ -44,12 +42,12 @@ void DeskControl::TakeEvent(std::string_view text) {
     ports.push_back({static_cast<int>(number(1)), Utf16FromHex(words[3]),
                      static_cast<int>(number(4)), static_cast<int>(number(5)), true});
   } else if (what == "port") {
-    for (harness::Port& port : ports) {
+    for (Port& port : ports) {
       if (port.id == number(1)) port.open = false;
     }
   } else if (what == "violation") {
-    violations.emplace_back(text.substr(10));
-  } else if (what == "held") {
+    violations.emplace_back(words.size() > 1 ? text.substr(10) : text);
+  } else if (what == "held" && words.size() > 1) {
     ++held[std::string(words[1])];
   } else if (what == "notified" || what == "restored") {
     ++notificationsDone;

@@ -1,17 +1,9 @@
 #include "harness/latencies.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cmath>
 
 namespace corvalint::harness {
-
-std::int64_t RawNowNs() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC_RAW, &now);
-  return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
 
 std::int64_t Percentile(std::vector<std::int64_t> values, double percent) {
   if (values.empty()) return 0;

@@ -5,9 +5,6 @@
 
 namespace corvalint::harness {
 
-// CLOCK_MONOTONIC_RAW in nanoseconds: the clock of every time that the desk reports.
-std::int64_t RawNowNs();
-
 // The value that `percent` of the values do not exceed; 0 if there are none.
 std::int64_t Percentile(std::vector<std::int64_t> values, double percent);
 
