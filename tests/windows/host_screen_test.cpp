@@ -43,7 +43,8 @@ class TerminalHost {
     setup.command = {"script", "--quiet", "--flush", "--return", "--command", line, "/dev/null"};
     setup.environment = harness::WineEnvironment(temp.Path() / "prefix");
     setup.environment["TERM"] = "xterm";
-    setup.environment["CORVALINT_DESK_CONTROL"] = "127.0.0.1:" + std::to_string(control.ControlPort());
+    setup.environment["CORVALINT_DESK_CONTROL"] =
+        "127.0.0.1:" + std::to_string(control.ControlPort());
     process = std::make_unique<harness::Process>(setup);
   }
 
