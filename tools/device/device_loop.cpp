@@ -129,14 +129,14 @@ void SimulatedDevice::WriteStream(bool writable) {
 void SimulatedDevice::ReadStream(bool ended) {
   if (ended && Stalled()) return EndStream("reset by the peer while stalled", std::nullopt);
   for (int i = 0; i < kReadsPerTurn; ++i) {
-    if (Stalled() || ReadOnce(ended, readBuffer) < kReadSize) return;
+    if (Stalled() || ReadOnce(ended) < kReadSize) return;
   }
 }
 
 // Reads once and handles what came. An ended stream is read regardless of the rate, since nothing
 // more than what is there will come. Gives the number of bytes read.
-std::size_t SimulatedDevice::ReadOnce(bool ended, Bytes& buffer) {
-  buffer.resize(kReadSize);
+std::size_t SimulatedDevice::ReadOnce(bool ended) {
+  readBuffer.resize(kReadSize);
   ssize_t count = 0;
   int error = 0;
   std::optional<CutHow> cut;
@@ -147,7 +147,7 @@ std::size_t SimulatedDevice::ReadOnce(bool ended, Bytes& buffer) {
     if (!ended) wanted = std::min(wanted, readLimiter.Allowed(RawNow()));
     if (bytesUntilCut) wanted = std::min<std::size_t>(wanted, *bytesUntilCut);
     if (wanted == 0) return 0;
-    count = ::recv(stream.Get(), buffer.data(), wanted, MSG_DONTWAIT);
+    count = ::recv(stream.Get(), readBuffer.data(), wanted, MSG_DONTWAIT);
     error = errno;
     if (count > 0) {
       readLimiter.Take(static_cast<std::size_t>(count));
@@ -171,7 +171,7 @@ std::size_t SimulatedDevice::ReadOnce(bool ended, Bytes& buffer) {
   }
   lastArrival = RawNow();
   bytesUnrecorded += static_cast<std::uint64_t>(count);
-  reader.Feed(buffer.data(), static_cast<std::size_t>(count));
+  reader.Feed(readBuffer.data(), static_cast<std::size_t>(count));
   TakeFrames();
   if (cut) EndStream("cut after its last byte wanted", cut);
   return static_cast<std::size_t>(count);

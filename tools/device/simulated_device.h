@@ -139,7 +139,7 @@ class SimulatedDevice {
   void AcceptStream();
   void WriteStream(bool writable);
   void ReadStream(bool ended);
-  std::size_t ReadOnce(bool ended, Bytes& buffer);
+  std::size_t ReadOnce(bool ended);
   void TakeFrames();
   bool Stalled() const;
   void CountTowardsStall();
