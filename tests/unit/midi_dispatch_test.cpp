@@ -16,9 +16,9 @@ using namespace test;
 using Packets = std::vector<std::string>;
 using Calls = FakeVirtualMidi::Calls;
 
-class MessageDispatchTest : public DispatchFixture {};
+class MidiDispatchTest : public DispatchFixture {};
 
-TEST_F(MessageDispatchTest, MidiThatNobodyTakesGoesToTheOthers) {
+TEST_F(MidiDispatchTest, MidiThatNobodyTakesGoesToTheOthers) {
   Take(MidiMessage("Piano", -9, kBeyond32Bits, kNote));
   EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", -9, kBeyond32Bits, kNote)}));
   EXPECT_EQ(
@@ -29,7 +29,7 @@ TEST_F(MessageDispatchTest, MidiThatNobodyTakesGoesToTheOthers) {
 }
 
 // They keep nothing of what they are told, so a stream of notes does not tell them each time.
-TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreToldOnceUntilSomethingChanges) {
+TEST_F(MidiDispatchTest, TheOtherDevicesManagersAreToldOnceUntilSomethingChanges) {
   for (int i = 0; i < 3; ++i) Take(MidiMessage("Piano", 5, 0, kNote));
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
   EXPECT_EQ(other.TakePackets().size(), 3u);
@@ -38,7 +38,7 @@ TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreToldOnceUntilSomethingChan
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
 }
 
-TEST_F(MessageDispatchTest, ADeviceThatComesLaterIsToldToo) {
+TEST_F(MidiDispatchTest, ADeviceThatComesLaterIsToldToo) {
   Take(MidiMessage("Piano", 5, 0, kNote));
   RecordingClient late;
   server.clients.Append(late);
@@ -47,14 +47,14 @@ TEST_F(MessageDispatchTest, ADeviceThatComesLaterIsToldToo) {
   EXPECT_EQ(late.scripted.TakeQuestions(), (Packets{"destination(Piano, 5)"}));
 }
 
-TEST_F(MessageDispatchTest, MidiInABundleGoesTheSameWay) {
+TEST_F(MidiDispatchTest, MidiInABundleGoesTheSameWay) {
   Publish(7);
   Take(OscBundle(1, {MidiMessage("Piano", 7, 5, kNote)}));
   EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)"}));
   EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 7, 5, kNote)}));
 }
 
-TEST_F(MessageDispatchTest, MidiForAPublishedPortGoesThereAndToTheOthers) {
+TEST_F(MidiDispatchTest, MidiForAPublishedPortGoesThereAndToTheOthers) {
   Publish(7);
   Take(MidiMessage("another name", 7, 5, kNote));
   EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)"}));
@@ -62,14 +62,14 @@ TEST_F(MessageDispatchTest, MidiForAPublishedPortGoesThereAndToTheOthers) {
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{}));
 }
 
-TEST_F(MessageDispatchTest, MidiForADesktopDestinationGoesToNoOtherDevice) {
+TEST_F(MidiDispatchTest, MidiForADesktopDestinationGoesToNoOtherDevice) {
   AddDestination(7);
   Take(MidiMessage("Synth", 7, 5, kNote));
   EXPECT_EQ(other.TakePackets(), (Packets{}));
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{"destination(Synth, 7)"}));
 }
 
-TEST_F(MessageDispatchTest, MidiForBothReachesBothAndNobodyElse) {
+TEST_F(MidiDispatchTest, MidiForBothReachesBothAndNobodyElse) {
   Publish(7);
   AddDestination(7);
   std::string printed = "the port was never asked";
@@ -84,7 +84,7 @@ TEST_F(MessageDispatchTest, MidiForBothReachesBothAndNobodyElse) {
   EXPECT_EQ(other.scripted.TakeQuestions(), (Packets{}));
 }
 
-TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreAskedBeforeTheMidiGoesOut) {
+TEST_F(MidiDispatchTest, TheOtherDevicesManagersAreAskedBeforeTheMidiGoesOut) {
   std::string order;
   other.scripted.whenHandled = [&] { order += "manager "; };
   other.whenSent = [&] { order += "device "; };
@@ -92,7 +92,7 @@ TEST_F(MessageDispatchTest, TheOtherDevicesManagersAreAskedBeforeTheMidiGoesOut)
   EXPECT_EQ(order, "manager device ");
 }
 
-TEST_F(MessageDispatchTest, TheDesktopsDestinationsAreServedBeforeTheOtherDevicesManagersAreAsked) {
+TEST_F(MidiDispatchTest, TheDesktopsDestinationsAreServedBeforeTheOtherDevicesManagersAreAsked) {
   AddDestination(7);
   std::string printed;
   other.scripted.whenHandled = [&] { printed = console.Take(); };
@@ -101,34 +101,34 @@ TEST_F(MessageDispatchTest, TheDesktopsDestinationsAreServedBeforeTheOtherDevice
   EXPECT_EQ(console.Take(), "");
 }
 
-TEST_F(MessageDispatchTest, RelayedMidiCarriesHostTime) {
+TEST_F(MidiDispatchTest, RelayedMidiCarriesHostTime) {
   clock.SetTicks(10000);
   Take(OscMessage("/init_timing", "h", OscInt64(400)));  // offset 999600
   Take(MidiMessage("Piano", 1, kBeyond32Bits, kNote));
   EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 1, kBeyond32Bits + 999600, kNote)}));
 }
 
-TEST_F(MessageDispatchTest, RelayedTimesWrap) {
+TEST_F(MidiDispatchTest, RelayedTimesWrap) {
   clock.SetTicks(10);
   Take(OscMessage("/init_timing", "h", OscInt64(0)));
   Take(MidiMessage("Piano", 1, INT64_MAX, kNote));
   EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 1, INT64_MIN + 999, kNote)}));
 }
 
-TEST_F(MessageDispatchTest, TheIdOfMidiMayBeAString) {
+TEST_F(MidiDispatchTest, TheIdOfMidiMayBeAString) {
   Publish(7);
   Take(OscMessage("/midi", "sshb",
                   OscText("Piano") + OscText("7") + OscInt64(5) + OscBlobBytes(kNote)));
   EXPECT_EQ(driver.TakeCalls(), (Calls{"send(1, 90 3C 7F)"}));
 }
 
-TEST_F(MessageDispatchTest, AnEmptyBlobIsRelayedAsOne) {
+TEST_F(MidiDispatchTest, AnEmptyBlobIsRelayedAsOne) {
   Take(MidiMessage("Piano", 1, 5, ""));
   EXPECT_EQ(other.TakePackets(), (Packets{MidiMessage("Piano", 1, 5, "")}));
 }
 
 // A name of four bytes leaves room for this many: the packet is as large as a frame can be.
-TEST_F(MessageDispatchTest, TheLargestMidiIsRelayedWhole) {
+TEST_F(MidiDispatchTest, TheLargestMidiIsRelayedWhole) {
   const std::string largest = MidiMessage("Pia", 1, 5, std::string(131036, 'x'));
   ASSERT_EQ(largest.size(), 131072u);
   Take(largest);
@@ -136,7 +136,7 @@ TEST_F(MessageDispatchTest, TheLargestMidiIsRelayedWhole) {
 }
 
 // Neither bytes of an earlier frame nor of the stack go anywhere.
-TEST_F(MessageDispatchTest, ABlobThatClaimsMoreThanThereIsGoesNowhere) {
+TEST_F(MidiDispatchTest, ABlobThatClaimsMoreThanThereIsGoesNowhere) {
   Publish(7);
   EXPECT_THROW(Take(OscMessage("/midi", "sihb",
                                OscText("Piano") + OscInt32(7) + OscInt64(5) + OscInt32(131056))),
@@ -145,7 +145,7 @@ TEST_F(MessageDispatchTest, ABlobThatClaimsMoreThanThereIsGoesNowhere) {
   EXPECT_EQ(other.TakePackets(), (Packets{}));
 }
 
-TEST_F(MessageDispatchTest, MidiIsNotHeldUpByAHolderOfTheClientLock) {
+TEST_F(MidiDispatchTest, MidiIsNotHeldUpByAHolderOfTheClientLock) {
   // A device's own thread relays while an announcement may hold the lock.
   CriticalSectionScope hold(server.clientLock);
   std::thread device([this] { Take(MidiMessage("Piano", 1, 5, kNote)); });
