@@ -78,7 +78,7 @@ std::uint32_t LocalOSCPort::Run() {
   try {
     // Before anything is reported: a port without them would be ready for nothing.
     datagram = std::make_unique_for_overwrite<char[]>(kDatagramBuffer);
-    packet = std::make_unique_for_overwrite<char[]>(kMaximumPacket);
+    packet = std::make_unique_for_overwrite<char[]>(kMaximumPayload);
     const int opened = OpenSocket();
     if (opened >= 1 && Bind(opened)) {
       Report(kReady);
@@ -115,7 +115,6 @@ int LocalOSCPort::MakeSocket() {
   }
   CriticalSectionScope hold(lock);
   handle = made;
-  socket = made;
   return made;
 }
 
@@ -123,34 +122,41 @@ bool LocalOSCPort::Bind(int opened) {
   while (running && IsLeaving(localPort)) Use<ClockApi>().sleep(kLeavingPollMilliseconds);
   for (;;) {
     const int result = TryBind(opened);
-    if (result >= kBindFailure) return true;
+    if (result >= kBindFailure) break;
     ConsolePrint("bind failed  because %d \n", result);
     Report(kBindFailed);
     if (!running) return false;
     Use<ClockApi>().sleep(kRetryMilliseconds);
   }
+  if (!bound && running) {
+    LogError("OSC port %u: no free number, it neither hears nor sends",
+             static_cast<unsigned>(localPort));
+  }
+  return true;
 }
 
-// A port that was stopped before gets a free number instead of its own, where a port that the
-// device has opened since may be already. The same for one whose bind failed: its first send would
-// bind it to every network's address.
+// Senders get the socket once it has a number: a send through one without would bind it to every
+// network's address. A number that is taken is replaced by a free one. A port that was stopped
+// before takes none, since the device may have opened another port there.
 int LocalOSCPort::TryBind(int opened) {
   const DatagramApi& datagrams = Use<DatagramApi>();
   CriticalSectionScope hold(lock);
-  if (!running) return datagrams.bindLoopback(opened, 0);
+  if (!running) return 0;
   const int result = datagrams.bindLoopback(opened, localPort);
-  if (result == 0) return result;
-  keepSocket = true;
-  if (result >= kBindFailure) datagrams.bindLoopback(opened, 0);
+  if (result != 0) keepSocket = true;
+  if (result < kBindFailure) return result;
+  bound = result == 0 || datagrams.bindLoopback(opened, 0) == 0;
+  if (bound) socket = opened;
   return result;
 }
 
 void LocalOSCPort::ForwardDatagrams(int opened) {
   const SocketApi& sockets = Use<SocketApi>();
+  const int heard = bound ? opened : 0;  // without a number only the stop is waited for
   while (running) {
-    const SocketReadiness ready = sockets.wait(opened, false, waker);
+    const SocketReadiness ready = sockets.wait(heard, false, waker);
     // Asked first: the wait also ends because of a stop.
-    if (socket == 0) return;
+    if (!running) return;
     if (ready.failed) {
       if (sockets.lastError() != SocketError::interrupted) return;
     } else if (ready.exceptional) {
@@ -183,7 +189,7 @@ void LocalOSCPort::ForwardWaiting(int opened) {
 
 void LocalOSCPort::Forward(std::size_t size) {
   try {
-    osc::OutboundPacketStream message(packet.get(), kMaximumPacket);
+    osc::OutboundPacketStream message(packet.get(), kMaximumPayload);
     message << osc::BeginMessage("/osc") << bindKey.c_str()
             << osc::Blob(datagram.get(), static_cast<osc::osc_bundle_element_size_t>(size))
             << osc::EndMessage;
@@ -195,7 +201,7 @@ void LocalOSCPort::Forward(std::size_t size) {
 
 void LocalOSCPort::Report(Status newStatus) {
   status = newStatus;
-  char buffer[kAnnouncementBuffer];
+  char buffer[kSmallPacketBuffer];
   try {
     osc::OutboundPacketStream message(buffer, sizeof buffer);
     message << osc::BeginMessage("/osc/port_creation_report") << bindKey.c_str()

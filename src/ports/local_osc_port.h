@@ -94,18 +94,22 @@ class LocalOSCPort final : public CThread {
   std::uint32_t remoteAddress = 0;  // network byte order; constant after construction
   bool remoteAddressKnown = false;
   const std::shared_ptr<LocalOSCPortLink> link;
-  std::atomic<int> waker{0};  // ends the thread's wait, whether or not the socket can
+  // Ends the thread's wait, whether or not the socket can. Written once, by the port's thread
+  // before it waits; closed by the destructor.
+  std::atomic<int> waker{0};
 
   // Leaf: {read the socket, one send} against its end, {look at `running`, bind} against a stop.
   CriticalSection lock;
-  // What the device's bytes are sent through, 0 while none. The handle outlives it until the port's
-  // thread has left its wait: another socket may not get its number under a waiting thread.
+  // What the device's bytes are sent through: bound, or 0 while there is none. The handle is there
+  // earlier and outlives it until the port's thread has left its wait: another socket may not get
+  // its number under a waiting thread.
   std::atomic<int> socket{0};
   int handle CORVALINT_GUARDED_BY(lock) = 0;
-  bool leaving CORVALINT_GUARDED_BY(lock) = false;  // noted in leaving_udp_ports.h
-  std::atomic<bool> keepSocket{false};  // its bind failed: only the destructor closes the handle
+  bool leaving CORVALINT_GUARDED_BY(lock) = false;     // noted in leaving_udp_ports.h
+  bool keepSocket CORVALINT_GUARDED_BY(lock) = false;  // its bind failed: the destructor closes it
 
   // These belong to the port's thread.
+  bool bound = false;  // the socket has a number, its own or a free one
   std::unique_ptr<char[]> datagram;
   std::unique_ptr<char[]> packet;
   std::uint64_t tooLong = 0;                  // datagrams that no frame can carry

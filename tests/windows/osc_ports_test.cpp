@@ -121,6 +121,35 @@ TEST_F(OscPorts, ANumberIsUsedAgainAtOnceAHundredTimes) {
   ExpectEnded(kTimes + 1u);
 }
 
+// A socket that has no number yet would get one of all networks by its first send.
+TEST_F(OscPorts, APortHasItsNumberWhateverItsDeviceSendsMeanwhile) {
+  constexpr std::size_t kRounds = 20;
+  constexpr std::size_t kPortsEach = 20;
+  constexpr int kSendsEach = 200;
+  OscPort port(*a);
+  device::FrameBatch batch;
+  for (std::size_t i = 0; i < kPortsEach; ++i) {
+    if (i > 0) batch.AddPacket(port.RemoveRequest());
+    batch.AddPacket(port.CreateRequest());
+    for (int send = 0; send < kSendsEach; ++send) {
+      batch.AddPacket(DataPacket(port.DestinationKey(), Text("early")));
+    }
+  }
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    a->App().Record().Clear();
+    ASSERT_TRUE(a->App().SendBatch(batch));
+    ASSERT_TRUE(WaitForMessagesTo(a->App(), kReportAddress, kPortsEach));
+    ASSERT_TRUE(a->Flush());
+    while (port.Program().Receive(std::chrono::milliseconds(0))) {
+      ASSERT_EQ(port.Program().LastSender(), port.Bind()) << round;
+    }
+    ASSERT_EQ(UdpSocketOn(port.Bind()).address, kLoopback) << round;
+    ASSERT_TRUE(port.ToDevice(Text("heard"))) << round;
+    ASSERT_TRUE(port.Remove()) << round;
+  }
+  ExpectEnded(kRounds * kPortsEach);
+}
+
 TEST_F(OscPorts, NumbersBeyondSixteenBitsKeepTheirKeysAndLoseTheirHighBits) {
   for (const std::int32_t high : {65536, -65536, 0x7FFF0000}) {
     a->App().Record().Clear();

@@ -61,7 +61,7 @@ struct ScriptedDatagrams::Table {
     const std::lock_guard hold(self.mutex);
     EXPECT_TRUE(self.IsOpen(socket, "bind"));
     int result = 0;
-    if (port == 0 || !TakeFront(self.bindAnswers, result)) {
+    if (!TakeFront(port == 0 ? self.freeBindAnswers : self.bindAnswers, result)) {
       result = DatagramApi::System().bindLoopback(socket, port);
     }
     self.binds.emplace_back(port, result);
@@ -198,6 +198,7 @@ bool ScriptedDatagrams::IsOpen(int socket, const char* operation) {
 // False when it is no datagram socket.
 bool ScriptedDatagrams::BeginWait(int socket) {
   const std::lock_guard hold(mutex);
+  if (socket == 0) ++idleWaits;
   if (!IsOpen(socket, "wait")) return false;
   ++waits;
   ++waiting[socket];
@@ -212,6 +213,11 @@ void ScriptedDatagrams::OpenAnswers(std::deque<int> answers) {
 void ScriptedDatagrams::BindAnswers(std::deque<int> answers) {
   const std::lock_guard hold(mutex);
   bindAnswers = std::move(answers);
+}
+
+void ScriptedDatagrams::FreeBindAnswers(std::deque<int> answers) {
+  const std::lock_guard hold(mutex);
+  freeBindAnswers = std::move(answers);
 }
 
 void ScriptedDatagrams::ReceiveErrors(std::deque<SocketError> errors) {
@@ -287,6 +293,11 @@ std::vector<ScriptedDatagrams::Bind> ScriptedDatagrams::Binds() const {
 int ScriptedDatagrams::Waits() const {
   const std::lock_guard hold(mutex);
   return waits;
+}
+
+int ScriptedDatagrams::IdleWaits() const {
+  const std::lock_guard hold(mutex);
+  return idleWaits;
 }
 
 int ScriptedDatagrams::Receives() const {

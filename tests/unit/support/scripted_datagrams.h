@@ -33,9 +33,11 @@ class ScriptedDatagrams {
   ScriptedDatagrams(const ScriptedDatagrams&) = delete;
   ScriptedDatagrams& operator=(const ScriptedDatagrams&) = delete;
 
-  // What the next of these give instead of asking the system, one each. Binds to 0 are never asked.
+  // What the next of these give instead of asking the system, one each. Binds to 0 have answers of
+  // their own.
   void OpenAnswers(std::deque<int> answers);
   void BindAnswers(std::deque<int> answers);
+  void FreeBindAnswers(std::deque<int> answers);
   void ReceiveErrors(std::deque<SocketError> errors);
   void WaitAnswers(std::deque<WaitAnswer> answers);
   // So many of the next wakers cannot be had.
@@ -56,6 +58,8 @@ class ScriptedDatagrams {
   int WakersOpenNow() const;
   std::vector<Bind> Binds() const;
   int Waits() const;
+  // Waits for a waker alone.
+  int IdleWaits() const;
   int Receives() const;
 
  private:
@@ -70,7 +74,7 @@ class ScriptedDatagrams {
   SocketApi sockets;
 
   mutable std::mutex mutex;
-  std::deque<int> openAnswers, bindAnswers;
+  std::deque<int> openAnswers, bindAnswers, freeBindAnswers;
   std::deque<SocketError> receiveErrors;
   std::deque<WaitAnswer> waitAnswers;
   std::function<void()> beforeOpen, beforeBind, beforeWait, beforeReceive, beforeSend;
@@ -82,6 +86,7 @@ class ScriptedDatagrams {
   std::vector<int> wakers, woken;
   std::vector<Bind> binds;
   int waits = 0;
+  int idleWaits = 0;
   int receives = 0;
 };
 
