@@ -44,6 +44,8 @@ TEST_F(ScriptTest, ReachesEachExportOfASide) {
   EXPECT_EQ(script.Answer("id-source 1"), R"({"value":12})");
   EXPECT_EQ(script.Answer("id-destination 0"), R"({"value":30})");
   EXPECT_EQ(script.Answer("count-source"), R"({"value":2})");
+  fakeSides[1].pop_back();
+  EXPECT_EQ(script.Answer("count-destination"), R"({"value":1})");
 }
 
 TEST_F(ScriptTest, ReportsARangeFailureWithItsText) {
@@ -60,6 +62,9 @@ TEST_F(ScriptTest, RefusesWhatItDoesNotUnderstand) {
   EXPECT_EQ(script.Answer("source"), R"({"error":"unknown command"})");
   EXPECT_EQ(script.Answer("id-source"), R"({"error":"expected 1 arguments, got 0"})");
   EXPECT_EQ(script.Answer("name-byte-source 1"), R"({"error":"expected 2 arguments, got 1"})");
+  EXPECT_EQ(script.Answer("fixed 1"), R"({"error":"expected 2 arguments, got 1"})");
+  EXPECT_EQ(script.Answer("sources 1"), R"({"error":"expected 0 arguments, got 1"})");
+  EXPECT_EQ(script.Answer("quit 1"), R"({"error":"expected 0 arguments, got 1"})");
   EXPECT_EQ(script.Answer("id-source one"), R"({"error":"argument 1 is not a 32-bit number"})");
   EXPECT_FALSE(script.Finished());
 }

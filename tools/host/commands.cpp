@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 
 namespace corvalint::host {
 namespace {
@@ -9,7 +10,7 @@ namespace {
 constexpr std::string_view kBlanks = " \t\r\n";
 
 std::string_view Trim(std::string_view text) {
-  size_t first = text.find_first_not_of(kBlanks);
+  const std::size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
@@ -22,7 +23,7 @@ std::optional<Number> ParseNumber(std::string_view text) {
   return number;
 }
 
-constexpr int32_t kMostSeconds = 3600;
+constexpr std::int32_t kMostSeconds = 3600;
 
 bool IsOption(const std::string& argument) {
   return argument.size() > 1 && argument[0] == '-' && !ParseInt32(argument);
@@ -42,13 +43,13 @@ void TakeOption(Options& options, const std::string& argument) {
     *flag = true;
     return;
   }
-  size_t equals = std::min(argument.find('='), argument.size());
-  std::string name = argument.substr(0, equals);
+  const std::size_t equals = std::min(argument.find('='), argument.size());
+  const std::string name = argument.substr(0, equals);
   if (name != "--listen" && name != "--wait") {
     options.error = "unknown option " + argument;
     return;
   }
-  std::optional<int32_t> seconds =
+  const std::optional<std::int32_t> seconds =
       ParseInt32(std::string_view(argument).substr(std::min(equals + 1, argument.size())));
   if (!seconds || *seconds < 0 || *seconds > kMostSeconds) {
     options.error = name + " takes seconds, 0 to 3600, as in " + name + "=5";
@@ -88,8 +89,8 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
 }
 
 Command ParseCommand(std::string_view line) {
-  std::string_view trimmed = Trim(line);
-  size_t end = std::min(trimmed.find_first_of(kBlanks), trimmed.size());
+  const std::string_view trimmed = Trim(line);
+  const std::size_t end = std::min(trimmed.find_first_of(kBlanks), trimmed.size());
   return {std::string(trimmed.substr(0, end)), std::string(Trim(trimmed.substr(end)))};
 }
 
@@ -101,10 +102,10 @@ std::string CommandProblem(const Command& command) {
   }
   if (verb == "watch") {
     if (command.rest.empty()) return {};
-    std::optional<int32_t> seconds = ParseInt32(command.rest);
+    const std::optional<std::int32_t> seconds = ParseInt32(command.rest);
     return seconds && *seconds >= 0 ? std::string() : "watch takes a number of seconds";
   }
-  bool known =
+  const bool known =
       verb == "list" || verb == "clients" || verb == "doctor" || verb == "help" || verb == "quit";
   if (!known) return "unknown command " + verb;
   return command.rest.empty() ? std::string() : verb + " takes nothing after it";
@@ -120,13 +121,17 @@ std::vector<std::string> SplitWords(std::string_view text) {
   return words;
 }
 
-std::optional<int32_t> ParseInt32(std::string_view text) { return ParseNumber<int32_t>(text); }
+std::optional<std::int32_t> ParseInt32(std::string_view text) {
+  return ParseNumber<std::int32_t>(text);
+}
 
-std::optional<int64_t> ParseInt64(std::string_view text) { return ParseNumber<int64_t>(text); }
+std::optional<std::int64_t> ParseInt64(std::string_view text) {
+  return ParseNumber<std::int64_t>(text);
+}
 
 Target ParseTarget(std::string_view rest) {
   Target target;
-  Command command = ParseCommand(rest);
+  const Command command = ParseCommand(rest);
   target.text = std::string(Trim(rest));
   SideFilter side = SideFilter::kAny;
   if (command.verb == "source") side = SideFilter::kSources;

@@ -16,8 +16,8 @@ struct Options {
   bool help = false;
   bool version = false;
   // Of the doctor only: seconds for which it listens for MIDI, and at most waits for a device.
-  std::optional<int32_t> listenSeconds;
-  std::optional<int32_t> waitSeconds;
+  std::optional<std::int32_t> listenSeconds;
+  std::optional<std::int32_t> waitSeconds;
   std::string command;  // The words that are no options, joined by blanks; empty: read from stdin.
   std::string error;    // Not empty: the command line makes no sense, and why.
 };
@@ -43,8 +43,8 @@ std::vector<std::string> SplitWords(std::string_view text);
 
 // A whole decimal number with an optional minus sign and nothing around it; empty if the text is
 // anything else or the number does not fit.
-std::optional<int32_t> ParseInt32(std::string_view text);
-std::optional<int64_t> ParseInt64(std::string_view text);
+std::optional<std::int32_t> ParseInt32(std::string_view text);
+std::optional<std::int64_t> ParseInt64(std::string_view text);
 
 enum class SideFilter { kAny, kBoth, kSources, kDestinations };
 

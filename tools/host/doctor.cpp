@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstdio>
 #include <string_view>
+
+#include "host/words.h"
 
 namespace corvalint::host {
 namespace {
@@ -17,7 +20,7 @@ const char* const kNotLoaded = "not asked: the library before it is missing";
 const char* const kNotStarted = "not asked: the bridge does not run";
 const char* const kNotLogged = "not known: the log tells it, and cannot be written";
 
-std::string Hex(uint32_t number) {
+std::string Hex(std::uint32_t number) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%X", number);
   return text;
@@ -29,14 +32,10 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-std::string Counted(uint64_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 // Whether the path ends in that file name, in capitals or not.
 bool IsNamed(const std::string& path, std::string_view name) {
-  size_t slash = path.find_last_of('\\');
-  std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
+  const std::size_t slash = path.find_last_of('\\');
+  const std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
   return std::ranges::equal(file, name, [](unsigned char one, unsigned char other) {
     return std::tolower(one) == std::tolower(other);
   });
@@ -63,7 +62,7 @@ std::optional<Link> Doctor::Examine(int waitSeconds, int listenSeconds) {
 }
 
 void Doctor::ExamineLog() {
-  std::string refusal = instruments.logRefusal();
+  const std::string refusal = instruments.logRefusal();
   logWritten = refusal.empty();
   if (logWritten) return Holds("log", instruments.folder() + "\\pellora.log can be written");
   Broken("log", instruments.folder() + "\\pellora.log cannot be written: " + refusal,
@@ -79,7 +78,7 @@ void Doctor::ExamineWinmm() {
 }
 
 void Doctor::ExamineBridge() {
-  LibraryFinding bridge = instruments.bindBridge();
+  const LibraryFinding bridge = instruments.bindBridge();
   bridgeBound = bridge.failure.empty();
   if (bridgeBound) return Holds("bridge", LoadedText(bridge));
   Broken("bridge", bridge.failure,
@@ -88,7 +87,7 @@ void Doctor::ExamineBridge() {
 
 // In the bridge's own order: the folder first, in which the two others are looked for.
 void Doctor::ExamineAppleLibraries() {
-  std::string folder = RegistryLink(
+  const std::string folder = RegistryLink(
       "support-folder", "SOFTWARE\\Apple Inc.\\Apple Application Support", "InstallDir");
   if (folder.empty()) {
     for (const char* link : {"asl", "core-foundation", "device-folder", "device-library"}) {
@@ -99,10 +98,10 @@ void Doctor::ExamineAppleLibraries() {
   }
   instruments.searchIn(folder);
   LibraryLink("asl", "ASL", {}, kInstallApple);
-  bool foundation =
+  const bool foundation =
       LibraryLink("core-foundation", "CoreFoundation",
                   {"__CFStringMakeConstantString", "CFStringGetCString"}, kInstallApple);
-  std::string path =
+  const std::string path =
       RegistryLink("device-folder", "SOFTWARE\\Apple Inc.\\Apple Mobile Device Support\\Shared",
                    "iTunesMobileDeviceDLL");
   if (path.empty()) return Unknown("device-library", kNotLoaded);
@@ -120,11 +119,11 @@ void Doctor::ExamineAppleLibraries() {
 void Doctor::ExaminePortDriver() {
   const char* const kInstallDriver =
       "install the teVirtualMIDI driver; without it apps make no ports on the desktop";
-  bool loaded = LibraryLink(
+  const bool loaded = LibraryLink(
       "port-library", "teVirtualMIDI64.dll",
       {"virtualMIDICreatePortEx2", "virtualMIDISendData", "virtualMIDIClosePort"}, kInstallDriver);
   if (!loaded) return Unknown("port-driver", kNotLoaded);
-  std::string refusal = instruments.portRefusal();
+  const std::string refusal = instruments.portRefusal();
   if (refusal.empty()) return Holds("port-driver", "has made a port and closed it");
   Broken("port-driver", "makes no port: " + refusal,
          "restart the computer, then install the teVirtualMIDI driver again");
@@ -132,8 +131,8 @@ void Doctor::ExaminePortDriver() {
 
 void Doctor::ExamineMidiDevices() {
   if (!winmmLoaded) return Unknown("midi-devices", kNotLoaded);
-  MidiCounts counts = instruments.countMidi();
-  std::string found =
+  const MidiCounts counts = instruments.countMidi();
+  const std::string found =
       Counted(counts.inputs, "MIDI input") + ", " + Counted(counts.outputs, "MIDI output");
   if (counts.inputs + counts.outputs > 0) return Holds("midi-devices", found);
   Broken("midi-devices", found,
@@ -141,7 +140,7 @@ void Doctor::ExamineMidiDevices() {
 }
 
 void Doctor::ExamineDevice() {
-  const char* why = bridgeBound ? kNotLoaded : kNotStarted;
+  const char* const why = bridgeBound ? kNotLoaded : kNotStarted;
   if (bridgeBound) instruments.startBridge();
   if (!bridgeBound || !deviceLibraryLoaded) {
     for (const char* link : {"device-service", "device", "connection", "app", "endpoints"}) {
@@ -182,7 +181,7 @@ void Doctor::ExamineConnection() {
     Unknown("connection", kNotLogged);
     return Unknown("app", kNotLogged);
   }
-  auto usable = [this] {
+  const auto usable = [this] {
     return evidence.connectResult && IsUsableConnection(*evidence.connectResult);
   };
   Await([&] { return evidence.streamOpened || usable(); });
@@ -212,7 +211,7 @@ void Doctor::ExamineEndpoints() {
 
 void Doctor::ExamineMidi(int seconds) {
   if (seconds == 0) return Unknown("midi", "not listened for");
-  uint64_t messages = 0;
+  std::uint64_t messages = 0;
   std::vector<std::string> heard;
   std::vector<std::string> refused;
   for (const HeardInput& input : instruments.listen(seconds)) {
@@ -223,9 +222,9 @@ void Doctor::ExamineMidi(int seconds) {
       refused.push_back('"' + input.name + "\" (result " + std::to_string(input.refused) + ")");
     }
   }
-  std::string found = messages > 0
-                          ? Joined(heard)
-                          : "nothing heard in " + Counted(static_cast<uint64_t>(seconds), "second");
+  std::string found =
+      messages > 0 ? Joined(heard)
+                   : "nothing heard in " + Counted(static_cast<std::uint64_t>(seconds), "second");
   if (!refused.empty()) found += "; could not be opened: " + Joined(refused);
   if (messages > 0) return Holds("midi", found);
   Broken("midi", found,
@@ -234,8 +233,8 @@ void Doctor::ExamineMidi(int seconds) {
 }
 
 std::string Doctor::RegistryLink(const char* link, const char* key, const char* value) {
-  std::optional<std::string> text = instruments.registryText(key, value);
-  std::string place = std::string("HKEY_LOCAL_MACHINE\\") + key + ", " + value;
+  const std::optional<std::string> text = instruments.registryText(key, value);
+  const std::string place = std::string("HKEY_LOCAL_MACHINE\\") + key + ", " + value;
   if (text && !text->empty()) {
     Holds(link, place + ": " + *text);
     return *text;
@@ -263,7 +262,7 @@ void Doctor::Holds(const char* link, const std::string& found) {
 }
 
 void Doctor::Broken(const char* link, const std::string& found, const char* advice) {
-  Link broken{link, LinkState::kBroken, found, advice};
+  const Link broken{link, LinkState::kBroken, found, advice};
   if (!firstBroken) firstBroken = broken;
   tell(broken);
 }

@@ -36,8 +36,8 @@ struct MidiCounts {
 // What was heard at one MIDI input.
 struct HeardInput {
   std::string name;
-  uint64_t messages = 0;
-  uint32_t refused = 0;  // why it could not be opened, a result of winmm; 0 if it could
+  std::uint64_t messages = 0;
+  std::uint32_t refused = 0;  // why it could not be opened, a result of winmm; 0 if it could
 };
 
 // The doctor's hands: what it asks of the system, which is Windows or a test. Texts are UTF-8. An

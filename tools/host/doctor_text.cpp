@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 
 #include "host/doctor.h"
 #include "host/json.h"

@@ -1,16 +1,18 @@
 #include "host/documents.h"
 
+#include <cstddef>
+
 #include "host/json.h"
 
 namespace corvalint::host {
 
 std::string EndpointsJson(const std::vector<Endpoint>& endpoints) {
   std::string json;
-  for (size_t position = 0; position < endpoints.size(); ++position) {
+  for (std::size_t position = 0; position < endpoints.size(); ++position) {
     const Endpoint& endpoint = endpoints[position];
     json += position == 0 ? "" : ",";
     json += JsonObject()
-                .Number("position", static_cast<int64_t>(position))
+                .Number("position", static_cast<std::int64_t>(position))
                 .Number("id", endpoint.id)
                 .String("name", endpoint.name)
                 .String("nameHex", HexBytes(endpoint.nameBytes))
@@ -35,7 +37,7 @@ std::string ChangeDocument(const Change& change, std::string_view time) {
   return JsonObject()
       .String("kind", "change")
       .String("time", time)
-      .String("change", kWords[static_cast<size_t>(change.kind)])
+      .String("change", kWords[static_cast<std::size_t>(change.kind)])
       .String("side", change.side)
       .Number("id", change.endpoint.id)
       .String("name", change.endpoint.name)
@@ -55,7 +57,7 @@ std::string MidiDocument(const PortNews& news, std::string_view time) {
   document.String("kind", "midi").String("time", time).String("name", news.name);
   if (news.refused != 0)
     return document.Raw("messages", "null").Number("result", news.refused).Text();
-  return document.Number("messages", static_cast<int64_t>(news.messages)).Text();
+  return document.Number("messages", static_cast<std::int64_t>(news.messages)).Text();
 }
 
 std::string SwitchedDocument(std::string_view side, const Endpoint& endpoint, bool on) {

@@ -1,6 +1,7 @@
 #include "host/endpoints.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <iterator>
 #include <optional>
@@ -24,14 +25,14 @@ std::vector<std::int32_t> ReadIds(const SideCalls& calls) {
   return ids;
 }
 
-std::string ReadName(const SideCalls& calls, int32_t id) {
+std::string ReadName(const SideCalls& calls, std::int32_t id) {
   std::string name;
-  int64_t length = calls.nameLength(id);
+  const std::int64_t length = calls.nameLength(id);
   for (int position = 0; position < length; ++position) name += calls.nameByte(id, position);
   return name;
 }
 
-Endpoint ReadEndpoint(const SideCalls& calls, const System& system, int32_t id) {
+Endpoint ReadEndpoint(const SideCalls& calls, const System& system, std::int32_t id) {
   Endpoint endpoint;
   endpoint.id = id;
   endpoint.nameBytes = ReadName(calls, id);
@@ -44,14 +45,14 @@ Endpoint ReadEndpoint(const SideCalls& calls, const System& system, int32_t id) 
 // True if the list was the same before and after its endpoints were asked. An endpoint that went in
 // between would otherwise show up with an empty name.
 bool WalkOnce(const SideCalls& calls, const System& system, std::vector<Endpoint>& endpoints) {
-  std::vector<int32_t> ids = ReadIds(calls);
+  const std::vector<std::int32_t> ids = ReadIds(calls);
   endpoints.clear();
-  for (int32_t id : ids) endpoints.push_back(ReadEndpoint(calls, system, id));
+  for (std::int32_t id : ids) endpoints.push_back(ReadEndpoint(calls, system, id));
   return ids == ReadIds(calls);
 }
 
-const Endpoint* FindId(const std::vector<Endpoint>& endpoints, int32_t id) {
-  auto found = std::ranges::find(endpoints, id, &Endpoint::id);
+const Endpoint* FindId(const std::vector<Endpoint>& endpoints, std::int32_t id) {
+  const auto found = std::ranges::find(endpoints, id, &Endpoint::id);
   return found == endpoints.end() ? nullptr : &*found;
 }
 
@@ -95,7 +96,7 @@ Listing ReadListing(const Wrapper& wrapper, const System& system) {
 }
 
 std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std::string_view text) {
-  if (std::optional<int32_t> id = ParseInt32(text)) {
+  if (std::optional<std::int32_t> id = ParseInt32(text)) {
     if (const Endpoint* endpoint = FindId(endpoints, *id)) return {*endpoint};
   }
   std::vector<Endpoint> found;
@@ -106,14 +107,14 @@ std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std:
 
 void AddChanges(std::vector<Change>& changes, std::string_view side,
                 const std::vector<Endpoint>& before, const std::vector<Endpoint>& after) {
-  auto add = [&](ChangeKind kind, const Endpoint& endpoint) {
+  const auto add = [&](ChangeKind kind, const Endpoint& endpoint) {
     changes.push_back({kind, std::string(side), endpoint});
   };
   for (const Endpoint& old : before) {
     if (FindId(after, old.id) == nullptr) add(ChangeKind::kWent, old);
   }
   for (const Endpoint& now : after) {
-    const Endpoint* old = FindId(before, now.id);
+    const Endpoint* const old = FindId(before, now.id);
     if (old == nullptr) add(ChangeKind::kCame, now);
     if (now.on != (old != nullptr && old->on)) {
       add(now.on ? ChangeKind::kOn : ChangeKind::kOff, now);
@@ -128,11 +129,11 @@ std::string ChangeText(const Change& change) {
   static const char* const kTexts[] = {
       "came", "went", "is on", "is off", "is available again", "could not be opened"};
   return change.side + " \"" + change.endpoint.name + "\" " +
-         kTexts[static_cast<size_t>(change.kind)];
+         kTexts[static_cast<std::size_t>(change.kind)];
 }
 
 std::string FormatListing(const Listing& listing, int columns) {
-  bool narrow = columns > 0 && columns < kBeforeName + kNameInTable;
+  const bool narrow = columns > 0 && columns < kBeforeName + kNameInTable;
   std::string text;
   FormatSide(text, "Sources", listing.sources, narrow);
   FormatSide(text, "Destinations", listing.destinations, narrow);

@@ -12,7 +12,7 @@ namespace corvalint::host {
 
 // What the library says about one endpoint at one moment.
 struct Endpoint {
-  int32_t id = 0;
+  std::int32_t id = 0;
   std::string nameBytes;  // As the library gives them, in the ANSI code page.
   std::string name;       // The same in UTF-8.
   bool on = false;

@@ -2,19 +2,20 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <functional>
 #include <utility>
 
 namespace corvalint::host {
 namespace {
 
-constexpr uint32_t kConnected = 0;
-constexpr uint32_t kConnectedAnyway = 0xE8000065;
-constexpr size_t kLongestLine = 8192;
+constexpr std::uint32_t kConnected = 0;
+constexpr std::uint32_t kConnectedAnyway = 0xE8000065;
+constexpr std::size_t kLongestLine = 8192;
 
 // Calls `take` with each whole line, without its line end.
 void ForEachLine(std::string_view text, const std::function<void(std::string_view)>& take) {
-  for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+  for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
     std::string_view line = text.substr(0, end);
     if (line.ends_with('\r')) line.remove_suffix(1);
     take(line);
@@ -24,14 +25,14 @@ void ForEachLine(std::string_view text, const std::function<void(std::string_vie
 
 // What follows `lead` in the line; empty if the line does not contain it.
 std::optional<std::string_view> Behind(std::string_view line, std::string_view lead) {
-  size_t place = line.find(lead);
+  const std::size_t place = line.find(lead);
   if (place == std::string_view::npos) return std::nullopt;
   return line.substr(place + lead.size());
 }
 
 // The number at the beginning of the text.
-std::optional<uint32_t> NumberAt(std::string_view text, int base) {
-  uint32_t number = 0;
+std::optional<std::uint32_t> NumberAt(std::string_view text, int base) {
+  std::uint32_t number = 0;
   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
   if (error != std::errc()) return std::nullopt;
   return number;
@@ -43,7 +44,7 @@ void TakeLogLine(Evidence& evidence, std::string_view line) {
   } else if (auto arrived = Behind(line, " INFO Device connected: ")) {
     evidence.devices.emplace_back(*arrived);
   } else if (auto departed = Behind(line, " INFO Device disconnected: ")) {
-    auto device = std::ranges::find(evidence.devices, *departed);
+    const auto device = std::ranges::find(evidence.devices, *departed);
     if (device != evidence.devices.end()) evidence.devices.erase(device);
   } else if (auto result = Behind(line, " DEBUG AMDeviceConnect() = 0x")) {
     evidence.connectResult = NumberAt(*result, 16);
@@ -57,7 +58,7 @@ void TakeLogLine(Evidence& evidence, std::string_view line) {
 // "SIDE NAME" of a line such as "receiving add_remote_source: NAME || ID".
 std::optional<std::string> EndpointOf(std::string_view line, std::string_view verb) {
   for (const char* side : {"source", "destination"}) {
-    auto rest = Behind(line, "receiving " + std::string(verb) + "_remote_" + side + ": ");
+    const auto rest = Behind(line, "receiving " + std::string(verb) + "_remote_" + side + ": ");
     if (!rest) continue;
     return std::string(side) + " \"" + std::string(rest->substr(0, rest->rfind(" || "))) + '"';
   }
@@ -72,7 +73,7 @@ void AddOnce(std::vector<std::string>& words, std::string word) {
 
 void ConsoleReader::Take(std::string_view text) {
   unfinished += text;
-  size_t end = unfinished.rfind('\n');
+  const std::size_t end = unfinished.rfind('\n');
   if (end != std::string::npos) {
     ForEachLine(std::string_view(unfinished).substr(0, end + 1),
                 [this](std::string_view line) { TakeLine(line); });
@@ -103,7 +104,7 @@ Evidence ReadEvidence(std::string_view log, std::string_view console) {
   return evidence;
 }
 
-bool IsUsableConnection(uint32_t connectResult) {
+bool IsUsableConnection(std::uint32_t connectResult) {
   return connectResult == kConnected || connectResult == kConnectedAnyway;
 }
 

@@ -10,12 +10,12 @@ namespace corvalint::host {
 
 // What the library has written about devices since it was started.
 struct Evidence {
-  std::optional<uint32_t> subscribed;     // the device library's answer to the subscription
-  std::vector<std::string> devices;       // identifiers of the devices that are attached now
-  std::optional<uint32_t> connectResult;  // the last device's answer to the connection
-  bool streamOpened = false;              // an app has taken a stream
-  std::optional<uint32_t> streamResult;   // the answer of a device whose app took none
-  std::vector<std::string> announced;     // endpoints that apps have announced and not withdrawn
+  std::optional<std::uint32_t> subscribed;     // the device library's answer to the subscription
+  std::vector<std::string> devices;            // identifiers of the devices that are attached now
+  std::optional<std::uint32_t> connectResult;  // the last device's answer to the connection
+  bool streamOpened = false;                   // an app has taken a stream
+  std::optional<std::uint32_t> streamResult;   // the answer of a device whose app took none
+  std::vector<std::string> announced;  // endpoints that apps have announced and not withdrawn
 };
 
 // What the library prints on the console about devices, taken in as it comes.
@@ -41,6 +41,6 @@ class ConsoleReader {
 Evidence ReadEvidence(std::string_view log, std::string_view console);
 
 // The answer of the device library that lets a device be used.
-bool IsUsableConnection(uint32_t connectResult);
+bool IsUsableConnection(std::uint32_t connectResult);
 
 }  // namespace corvalint::host

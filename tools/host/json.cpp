@@ -30,7 +30,7 @@ std::string HexBytes(std::string_view bytes) {
   return hex;
 }
 
-JsonObject& JsonObject::Number(std::string_view key, int64_t value) {
+JsonObject& JsonObject::Number(std::string_view key, std::int64_t value) {
   return Raw(key, std::to_string(value));
 }
 

@@ -16,7 +16,7 @@ std::string HexBytes(std::string_view bytes);
 // Writes one JSON object, its members in the order of the calls. Keys are plain ASCII words.
 class JsonObject {
  public:
-  JsonObject& Number(std::string_view key, int64_t value);
+  JsonObject& Number(std::string_view key, std::int64_t value);
   JsonObject& Bool(std::string_view key, bool value);
   // The value is valid UTF-8.
   JsonObject& String(std::string_view key, std::string_view value);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -13,18 +14,18 @@ namespace corvalint::host {
 // How many of something there were in each of the last seconds.
 class SecondHistory {
  public:
-  static constexpr size_t kSeconds = 60;
+  static constexpr std::size_t kSeconds = 60;
 
   // `second` is a time in whole seconds; a clock that was set back begins the history again.
-  void Add(int64_t second, size_t count);
+  void Add(std::int64_t second, std::size_t count);
 
   // The last 60 seconds up to and including `now`, oldest first; those before the first are 0.
-  std::vector<size_t> PerSecond(int64_t now) const;
+  std::vector<std::size_t> PerSecond(std::int64_t now) const;
 
  private:
   struct Second {
-    int64_t second;
-    size_t count;
+    std::int64_t second;
+    std::size_t count;
   };
   std::deque<Second> seconds;
 };
@@ -32,8 +33,8 @@ class SecondHistory {
 // The MIDI messages at one published port.
 struct PortRate {
   std::string name;
-  bool counted = true;            // false: its input cannot be opened
-  std::vector<size_t> perSecond;  // the last second that is over stands last
+  bool counted = true;                 // false: its input cannot be opened
+  std::vector<std::size_t> perSecond;  // the last second that is over stands last
 };
 
 // What the screen of `watch` shows at one moment. All texts are UTF-8.
@@ -44,7 +45,7 @@ struct LiveState {
   std::vector<std::string> identifiers;  // of devices, as far as they are known
   std::vector<std::string> announced;    // endpoints of apps
   std::vector<PortRate> ports;
-  std::vector<size_t> changes;  // for each second, the latest last
+  std::vector<std::size_t> changes;  // for each second, the latest last
 };
 
 // The screen's lines: at most `rows`, none wider than `columns`. What does not fit is counted in
@@ -53,7 +54,7 @@ std::vector<std::string> RenderLive(const LiveState& state, int columns, int row
 
 // The last `columns` of the values, each as a block between an eighth and the whole of the line's
 // height, 0 as a blank. The highest value has the whole height.
-std::string Sparkline(const std::vector<size_t>& values, size_t columns);
+std::string Sparkline(const std::vector<std::size_t>& values, std::size_t columns);
 
 // Columns that a terminal needs for the text: two for a wide character of East Asia, none for what
 // combines with the one before.

@@ -17,9 +17,11 @@
 #include "host/script.h"
 #include "host/windows_doctor.h"
 #include "host/windows_ears.h"
+#include "host/windows_library_lines.h"
 #include "host/windows_screen.h"
 #include "host/windows_system.h"
 #include "host/windows_text.h"
+#include "host/windows_wrapper.h"
 
 namespace corvalint::host {
 namespace {
@@ -38,21 +40,21 @@ void WriteComplaint(const std::string& text) {
 // Standard output belongs to the library in the script mode, so the answers go to standard error,
 // each with one call, so that a line is never torn.
 void WriteAnswer(const std::string& json) {
-  std::string line = json + "\n";
-  int size = static_cast<int>(line.size());
+  const std::string line = json + "\n";
+  const int size = static_cast<int>(line.size());
   if (_write(2, line.data(), static_cast<unsigned int>(size)) != size) throw OutputGone();
 }
 
 int RunScript(const Options& options) {
   _setmode(2, _O_BINARY);
   try {
-    Wrapper wrapper = LoadWrapper();
-    System system = MakeSystem();
+    const Wrapper wrapper = LoadWrapper();
+    const System system = MakeSystem();
     Script script(wrapper, system);
     if (!options.noStart) script.Start();
     WriteAnswer(script.ReadyLine());
     while (!script.Finished()) {
-      std::optional<std::string> line = ReadInputLine();
+      const std::optional<std::string> line = ReadInputLine();
       if (!line) break;
       WriteAnswer(script.Answer(*line));
     }
@@ -64,21 +66,21 @@ int RunScript(const Options& options) {
 }
 
 int ReadCommands(Person& person, const Output& output) {
-  bool typed = InputIsConsole();
+  const bool typed = InputIsConsole();
   if (typed) output.print("The bridge is running. `help` names the commands.\n");
   int code = kExitDone;
   while (!person.Finished()) {
     if (typed) output.print("> ");
-    std::optional<std::string> line = ReadInputLine();
+    const std::optional<std::string> line = ReadInputLine();
     if (!line) break;
-    int lineCode = person.Do(*line);
+    const int lineCode = person.Do(*line);
     if (code == kExitDone) code = lineCode;
   }
   return typed ? kExitDone : code;
 }
 
 int RunPerson(const Options& options, std::FILE* file, const Output& output) {
-  Wrapper wrapper = LoadWrapper();
+  const Wrapper wrapper = LoadWrapper();
   System system = MakeSystem();
   system.columns = [file] { return TerminalColumns(file); };
   system.listInputs = ListInputs;
@@ -112,25 +114,25 @@ Output MakeOutput(std::FILE* file, bool json) {
 int RunDoctor(const Options& options, const Output& output) {
   constexpr int kUsualSeconds = 5;
   Utf8Console console;
-  Instruments instruments = MakeInstruments();
+  const Instruments instruments = MakeInstruments();
   Doctor doctor(instruments, [&](const Link& link) {
     output.print((output.json ? LinkDocument(link) : LinkText(link)) + "\n");
   });
-  std::optional<Link> broken = doctor.Examine(options.waitSeconds.value_or(kUsualSeconds),
-                                              options.listenSeconds.value_or(kUsualSeconds));
-  int code = broken ? kExitBroken : kExitDone;
+  const std::optional<Link> broken = doctor.Examine(options.waitSeconds.value_or(kUsualSeconds),
+                                                    options.listenSeconds.value_or(kUsualSeconds));
+  const int code = broken ? kExitBroken : kExitDone;
   if (options.verbose) std::fputs(KeptLines().c_str(), stderr);
   output.print((output.json ? VerdictDocument(broken, code) : VerdictText(broken)) + "\n");
   return code;
 }
 
 int RunSubCommand(const Options& options) {
-  bool doctor = options.command == "doctor";
-  bool kept = doctor || (TerminalColumns(stdout) > 0 && !options.verbose);
-  LibraryLines lines = options.verbose ? LibraryLines::kToStderr : LibraryLines::kNowhere;
-  std::FILE* file = SeparateOutput(kept ? LibraryLines::kKept : lines, options.json);
+  const bool doctor = options.command == "doctor";
+  const bool kept = doctor || (TerminalColumns(stdout) > 0 && !options.verbose);
+  const LibraryLines lines = options.verbose ? LibraryLines::kToStderr : LibraryLines::kNowhere;
+  std::FILE* const file = SeparateOutput(kept ? LibraryLines::kKept : lines, options.json);
   if (file == nullptr) throw OutputGone();
-  Output output = MakeOutput(file, options.json);
+  const Output output = MakeOutput(file, options.json);
   try {
     return doctor ? RunDoctor(options, output) : RunPerson(options, file, output);
   } catch (const NoLibrary& failure) {
@@ -144,7 +146,7 @@ int RunSubCommand(const Options& options) {
 
 int RunOptions(const Options& options) {
   std::string problem = options.error;
-  Command command = ParseCommand(options.command);
+  const Command command = ParseCommand(options.command);
   if (problem.empty() && !options.help && !options.version) problem = CommandProblem(command);
   if (!problem.empty()) {
     MakeOutput(stdout, options.json).complain(kExitUsage, problem + "; --help says more");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <optional>
 #include <stdexcept>
@@ -47,8 +48,8 @@ unsigned int Person::CountDevices() {
 }
 
 int Person::Do(std::string_view line) {
-  Command command = ParseCommand(line);
-  std::string problem = CommandProblem(command);
+  const Command command = ParseCommand(line);
+  const std::string problem = CommandProblem(command);
   if (!problem.empty()) return Fail(kExitUsage, problem + "; help says more");
   try {
     return Dispatch(command);
@@ -59,9 +60,9 @@ int Person::Do(std::string_view line) {
 }
 
 int Person::DoAndStay(std::string_view line) {
-  int code = Do(line);
+  const int code = Do(line);
   if (code != kExitDone) return code;
-  std::string verb = ParseCommand(line).verb;
+  const std::string verb = ParseCommand(line).verb;
   if (verb != "on" && verb != "toggle") return kExitDone;
   if (!output.json) output.print("Ctrl-C ends the bridge.\n");
   return Do("watch");
@@ -95,8 +96,8 @@ void Person::TellDevices() {
 }
 
 int Person::Switch(const std::string& verb, const std::string& rest) {
-  Target target = ParseTarget(rest);
-  Listing listing = ReadListing(wrapper, system);
+  const Target target = ParseTarget(rest);
+  const Listing listing = ReadListing(wrapper, system);
   std::vector<Endpoint> sources;
   std::vector<Endpoint> destinations;
   if (target.side != SideFilter::kDestinations) {
@@ -108,11 +109,11 @@ int Person::Switch(const std::string& verb, const std::string& rest) {
   if (sources.empty() && destinations.empty()) {
     return Fail(kExitNoEndpoint, "no endpoint has the id or name " + target.text);
   }
-  bool asked = target.side == SideFilter::kAny;
   if (sources.size() > 1 || destinations.size() > 1) {
     return Fail(kExitAmbiguous, "several endpoints are called " + target.text + ": use an id");
   }
-  if (asked && !sources.empty() && !destinations.empty()) {
+  const bool sideIsOpen = target.side == SideFilter::kAny;
+  if (sideIsOpen && !sources.empty() && !destinations.empty()) {
     return Fail(kExitAmbiguous, target.text + " is a source and a destination: write " + verb +
                                     " source, " + verb + " destination or " + verb +
                                     " both before it");
@@ -125,11 +126,11 @@ int Person::Switch(const std::string& verb, const std::string& rest) {
 
 int Person::SwitchOne(bool isSource, const Endpoint& endpoint, const std::string& verb) {
   const SideCalls& calls = isSource ? wrapper.sources : wrapper.destinations;
-  std::string side = isSource ? "source" : "destination";
-  bool wanted = verb == "toggle" ? !endpoint.on : verb == "on";
+  const std::string side = isSource ? "source" : "destination";
+  const bool wanted = verb == "toggle" ? !endpoint.on : verb == "on";
   if (endpoint.on != wanted) calls.toggle(static_cast<unsigned int>(endpoint.id));
-  bool on = calls.status(endpoint.id) != 0;
-  std::string quoted = side + " \"" + endpoint.name + "\"";
+  const bool on = calls.status(endpoint.id) != 0;
+  const std::string quoted = side + " \"" + endpoint.name + "\"";
   if (on != wanted) {
     return Fail(kExitFailed,
                 quoted + (wanted ? " could not be opened" : " could not be switched off"));
@@ -147,12 +148,12 @@ std::unique_ptr<WatchView> Person::OpenView() {
 }
 
 void Person::Watch(const std::string& seconds) {
-  std::optional<int32_t> limit = ParseInt32(seconds);
-  steady_clock::time_point start = steady_clock::now();
+  const std::optional<std::int32_t> limit = ParseInt32(seconds);
+  const steady_clock::time_point start = steady_clock::now();
   PortCounts ports(system);
   Look look;
-  auto lookAround = [&] {
-    int64_t second = std::time(nullptr);
+  const auto lookAround = [&] {
+    const std::int64_t second = std::time(nullptr);
     look.listing = ReadListing(wrapper, system);
     look.devices = wrapper.usbClients();
     ports.Look(look.listing.sources, second);
@@ -160,12 +161,12 @@ void Person::Watch(const std::string& seconds) {
     look.rates = ports.Rates(second);
   };
   lookAround();
-  std::unique_ptr<WatchView> view = OpenView();
+  const std::unique_ptr<WatchView> view = OpenView();
   view->Begin(look);
   while (!system.takeInterrupt()) {
     if (limit && steady_clock::now() - start >= std::chrono::seconds(*limit)) break;
     system.sleep(kPollMilliseconds);
-    Listing before = std::move(look.listing);
+    const Listing before = std::move(look.listing);
     lookAround();
     look.changes.clear();
     AddChanges(look.changes, "source", before.sources, look.listing.sources);

@@ -3,25 +3,27 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/words.h"
+
 namespace corvalint::host {
 
-void PortCounts::Look(const std::vector<Endpoint>& sources, int64_t second) {
+void PortCounts::Look(const std::vector<Endpoint>& sources, std::int64_t second) {
   if (!system.listInputs) return;
   for (auto& [bytes, port] : ports) Count(port, second);
   if (looks++ % kLooksPerList == 0) ReadList(sources, second);
 }
 
-void PortCounts::ReadList(const std::vector<Endpoint>& sources, int64_t second) {
-  std::vector<MidiInput> inputs = system.listInputs();
-  std::map<std::string, std::vector<size_t>> missing;  // numbers of inputs by the name
-  for (size_t number = 0; number < inputs.size(); ++number) {
+void PortCounts::ReadList(const std::vector<Endpoint>& sources, std::int64_t second) {
+  const std::vector<MidiInput> inputs = system.listInputs();
+  std::map<std::string, std::vector<std::size_t>> missing;  // numbers of inputs by the name
+  for (std::size_t number = 0; number < inputs.size(); ++number) {
     const std::string& bytes = inputs[number].nameBytes;
-    bool listed = std::ranges::find(sources, bytes, &Endpoint::nameBytes) != sources.end();
+    const bool listed = std::ranges::find(sources, bytes, &Endpoint::nameBytes) != sources.end();
     if (!bytes.empty() && !listed) missing[bytes].push_back(number);
   }
   for (auto entry = ports.begin(); entry != ports.end();) {
-    auto found = missing.find(entry->first);
-    bool same = found != missing.end() && found->second.size() == entry->second.inputs;
+    const auto found = missing.find(entry->first);
+    const bool same = found != missing.end() && found->second.size() == entry->second.inputs;
     if (same && std::ranges::all_of(entry->second.ears, &InputEar::Alive)) {
       ++entry;
       continue;
@@ -38,9 +40,9 @@ void PortCounts::ReadList(const std::vector<Endpoint>& sources, int64_t second) 
   }
 }
 
-void PortCounts::Open(Port& port, const std::vector<size_t>& numbers, const MidiInput& input,
-                      int64_t second) {
-  for (size_t number : numbers) {
+void PortCounts::Open(Port& port, const std::vector<std::size_t>& numbers, const MidiInput& input,
+                      std::int64_t second) {
+  for (std::size_t number : numbers) {
     std::unique_ptr<InputEar> ear = system.openInput(number, input);
     if (ear == nullptr) {
       // The list has changed meanwhile: this is tried again with the next one.
@@ -59,18 +61,18 @@ void PortCounts::Open(Port& port, const std::vector<size_t>& numbers, const Midi
   }
 }
 
-void PortCounts::Count(Port& port, int64_t second) {
-  uint64_t heard = 0;
+void PortCounts::Count(Port& port, std::int64_t second) {
+  std::uint64_t heard = 0;
   for (const std::unique_ptr<InputEar>& ear : port.ears) heard += ear->Messages();
   if (port.second != second) EndSecond(port);
   port.second = second;
   port.inSecond += heard - port.heard;
-  port.history.Add(second, static_cast<size_t>(heard - port.heard));
+  port.history.Add(second, static_cast<std::size_t>(heard - port.heard));
   port.heard = heard;
 }
 
 void PortCounts::EndSecond(Port& port) {
-  uint64_t messages = std::exchange(port.inSecond, 0);
+  const std::uint64_t messages = std::exchange(port.inSecond, 0);
   if (messages > 0) news.push_back({port.name, port.second, messages, 0});
 }
 
@@ -81,7 +83,7 @@ std::vector<PortNews> PortCounts::TakeNews(bool toTheEnd) {
   return std::exchange(news, {});
 }
 
-std::vector<PortRate> PortCounts::Rates(int64_t second) const {
+std::vector<PortRate> PortCounts::Rates(std::int64_t second) const {
   std::vector<PortRate> rates;
   for (const auto& [bytes, port] : ports) {
     if (port.ears.empty() && port.refused == 0) continue;
@@ -92,12 +94,12 @@ std::vector<PortRate> PortCounts::Rates(int64_t second) const {
 }
 
 std::string NewsText(const PortNews& news) {
-  std::string port = " at \"" + news.name + "\"";
+  const std::string port = " at \"" + news.name + "\"";
   if (news.refused != 0) {
     return "messages" + port + " cannot be counted: its input cannot be opened (result " +
            std::to_string(news.refused) + ")";
   }
-  return std::to_string(news.messages) + (news.messages == 1 ? " message" : " messages") + port;
+  return Counted(news.messages, "message") + port;
 }
 
 }  // namespace corvalint::host

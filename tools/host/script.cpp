@@ -1,5 +1,7 @@
 #include "host/script.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 
@@ -18,35 +20,20 @@ struct BadCommand : std::runtime_error {
 
 std::string ErrorLine(std::string_view error) { return JsonObject().String("error", error).Text(); }
 
-std::string ValueLine(int64_t value) { return JsonObject().Number("value", value).Text(); }
+std::string ValueLine(std::int64_t value) { return JsonObject().Number("value", value).Text(); }
 
-void NeedWords(const std::vector<std::string>& words, size_t count) {
-  if (words.size() != count) {
-    throw BadCommand("expected " + std::to_string(count) + " arguments, got " +
-                     std::to_string(words.size()));
-  }
-}
-
-int32_t Int32At(const std::vector<std::string>& words, size_t index) {
-  std::optional<int32_t> number = ParseInt32(words[index]);
+std::int32_t Int32At(const std::vector<std::string>& words, std::size_t index) {
+  const std::optional<std::int32_t> number = ParseInt32(words[index]);
   if (!number)
     throw BadCommand("argument " + std::to_string(index + 1) + " is not a 32-bit number");
   return *number;
 }
 
-int64_t Int64At(const std::vector<std::string>& words, size_t index) {
-  std::optional<int64_t> number = ParseInt64(words[index]);
+std::int64_t Int64At(const std::vector<std::string>& words, std::size_t index) {
+  const std::optional<std::int64_t> number = ParseInt64(words[index]);
   if (!number)
     throw BadCommand("argument " + std::to_string(index + 1) + " is not a 64-bit number");
   return *number;
-}
-
-// The command without the side's name in it, "toggle-source" as "toggle-"; empty if it has none.
-std::string WithoutSide(const std::string& verb, std::string_view side) {
-  size_t place = verb.find(side);
-  if (place == std::string::npos) return {};
-  std::string bare = verb;
-  return bare.erase(place, side.size());
 }
 
 }  // namespace
@@ -66,7 +53,8 @@ std::string Script::ReadyLine() const {
 
 std::string Script::Answer(std::string_view line) {
   try {
-    return Dispatch(ParseCommand(line).verb, SplitWords(ParseCommand(line).rest));
+    const Command command = ParseCommand(line);
+    return Dispatch(command.verb, SplitWords(command.rest));
   } catch (const std::out_of_range& failure) {
     return JsonObject().String("error", "out_of_range").String("what", failure.what()).Text();
   } catch (const BadCommand& failure) {
@@ -78,41 +66,108 @@ std::string Script::Answer(std::string_view line) {
   }
 }
 
-std::string Script::Dispatch(const std::string& verb, const std::vector<std::string>& words) {
-  if (verb == "fixed") return AnswerFixed(words);
-  if (verb == "sources" || verb == "destinations") {
-    NeedWords(words, 0);
-    const SideCalls& calls = verb == "sources" ? wrapper.sources : wrapper.destinations;
-    return JsonObject().Raw(verb, EndpointsJson(ReadEndpoints(calls, system))).Text();
+struct Script::Verb {
+  std::string_view name;
+  std::size_t words;  // behind it; a verb stands twice if it may have more or less of them
+  std::string (*answer)(Script& script, const Words& words);
+};
+
+// The verbs that exist once for sources and once for destinations.
+template <SideCalls Wrapper::*side>
+struct Script::SideVerbs {
+  static const SideCalls& CallsOf(const Script& script) { return script.wrapper.*side; }
+
+  static std::string List(Script& script, const Words&) {
+    const char* const key = side == &Wrapper::sources ? "sources" : "destinations";
+    return JsonObject()
+        .Raw(key, EndpointsJson(ReadEndpoints(CallsOf(script), script.system)))
+        .Text();
   }
-  if (verb == "start" || verb == "start-again" || verb == "clients" || verb == "handles" ||
-      verb == "quit") {
-    NeedWords(words, 0);
-    if (verb == "start") return AnswerStart(false);
-    if (verb == "start-again") return AnswerStart(true);
-    if (verb == "clients") return JsonObject().Number("clients", wrapper.usbClients()).Text();
-    if (verb == "handles") return AnswerHandles();
-    finished = true;
-    return JsonObject().Bool("quit", true).Text();
+  static std::string Count(Script& script, const Words&) {
+    return ValueLine(CallsOf(script).count());
   }
-  return AnswerSide(verb, words);
+  static std::string IdAt(Script& script, const Words& words) {
+    return ValueLine(CallsOf(script).idAt(Int32At(words, 0)));
+  }
+  static std::string NameLength(Script& script, const Words& words) {
+    return ValueLine(CallsOf(script).nameLength(Int32At(words, 0)));
+  }
+  static std::string NameByte(Script& script, const Words& words) {
+    const char byte = CallsOf(script).nameByte(Int32At(words, 0), Int32At(words, 1));
+    return ValueLine(static_cast<unsigned char>(byte));
+  }
+  static std::string Status(Script& script, const Words& words) {
+    return ValueLine(CallsOf(script).status(Int32At(words, 0)));
+  }
+  static std::string Available(Script& script, const Words& words) {
+    return ValueLine(CallsOf(script).available(Int32At(words, 0)));
+  }
+  static std::string Toggle(Script& script, const Words& words) {
+    const std::int32_t id = Int32At(words, 0);
+    CallsOf(script).toggle(static_cast<unsigned int>(id));
+    return JsonObject().Number("toggled", id).Text();
+  }
+};
+
+std::string Script::Dispatch(const std::string& name, const Words& words) {
+  using Sources = SideVerbs<&Wrapper::sources>;
+  using Destinations = SideVerbs<&Wrapper::destinations>;
+  static const Verb kVerbs[] = {
+      {"start", 0, AnswerStart},
+      {"start-again", 0, AnswerStartAgain},
+      {"clients", 0, AnswerClients},
+      {"fixed", 0, AnswerFixed},
+      {"fixed", 2, AnswerFixed},
+      {"handles", 0, AnswerHandles},
+      {"quit", 0, AnswerQuit},
+      {"sources", 0, Sources::List},
+      {"destinations", 0, Destinations::List},
+      {"count-source", 0, Sources::Count},
+      {"count-destination", 0, Destinations::Count},
+      {"id-source", 1, Sources::IdAt},
+      {"id-destination", 1, Destinations::IdAt},
+      {"name-length-source", 1, Sources::NameLength},
+      {"name-length-destination", 1, Destinations::NameLength},
+      {"name-byte-source", 2, Sources::NameByte},
+      {"name-byte-destination", 2, Destinations::NameByte},
+      {"source-status", 1, Sources::Status},
+      {"destination-status", 1, Destinations::Status},
+      {"source-available", 1, Sources::Available},
+      {"destination-available", 1, Destinations::Available},
+      {"toggle-source", 1, Sources::Toggle},
+      {"toggle-destination", 1, Destinations::Toggle},
+  };
+  const Verb* named = nullptr;
+  for (const Verb& verb : kVerbs) {
+    if (verb.name != name) continue;
+    if (verb.words == words.size()) return verb.answer(*this, words);
+    named = &verb;
+  }
+  if (named == nullptr) throw BadCommand("unknown command");
+  throw BadCommand("expected " + std::to_string(named->words) + " arguments, got " +
+                   std::to_string(words.size()));
 }
 
-std::string Script::AnswerStart(bool again) {
-  if (!again && starts > 0) throw BadCommand("already started");
-  if (again && starts == 0) throw BadCommand("not started yet");
-  Start();
-  return JsonObject().Number("started", starts).Text();
+std::string Script::AnswerStart(Script& script, const Words&) {
+  if (script.starts > 0) throw BadCommand("already started");
+  script.Start();
+  return JsonObject().Number("started", script.starts).Text();
 }
 
-std::string Script::AnswerFixed(const std::vector<std::string>& words) const {
-  int64_t first = 0x123456789ABCDEF0;
-  int64_t second = -1;
-  if (!words.empty()) {
-    NeedWords(words, 2);
-    first = Int64At(words, 0);
-    second = Int64At(words, 1);
-  }
+std::string Script::AnswerStartAgain(Script& script, const Words&) {
+  if (script.starts == 0) throw BadCommand("not started yet");
+  script.Start();
+  return JsonObject().Number("started", script.starts).Text();
+}
+
+std::string Script::AnswerClients(Script& script, const Words&) {
+  return JsonObject().Number("clients", script.wrapper.usbClients()).Text();
+}
+
+std::string Script::AnswerFixed(Script& script, const Words& words) {
+  const std::int64_t first = words.empty() ? 0x123456789ABCDEF0 : Int64At(words, 0);
+  const std::int64_t second = words.empty() ? -1 : Int64At(words, 1);
+  const Wrapper& wrapper = script.wrapper;
   wrapper.portControl(first, second);
   return JsonObject()
       .Number("wifiClients", wrapper.wifiClients())
@@ -121,37 +176,14 @@ std::string Script::AnswerFixed(const std::vector<std::string>& words) const {
       .Text();
 }
 
-std::string Script::AnswerHandles() const {
-  ProcessCounts counts = system.processCounts();
+std::string Script::AnswerHandles(Script& script, const Words&) {
+  const ProcessCounts counts = script.system.processCounts();
   return JsonObject().Number("handles", counts.handles).Number("threads", counts.threads).Text();
 }
 
-std::string Script::AnswerSide(const std::string& verb,
-                               const std::vector<std::string>& words) const {
-  std::string bare = WithoutSide(verb, "source");
-  bool isSource = !bare.empty();
-  if (!isSource) bare = WithoutSide(verb, "destination");
-  const SideCalls& calls = isSource ? wrapper.sources : wrapper.destinations;
-  if (bare == "name-byte-") {
-    NeedWords(words, 2);
-    char byte = calls.nameByte(Int32At(words, 0), Int32At(words, 1));
-    return ValueLine(static_cast<unsigned char>(byte));
-  }
-  bool known = bare == "toggle-" || bare == "-status" || bare == "-available" ||
-               bare == "name-length-" || bare == "id-" || bare == "count-";
-  if (!known) throw BadCommand("unknown command");
-  if (bare == "count-") {
-    NeedWords(words, 0);
-    return ValueLine(calls.count());
-  }
-  NeedWords(words, 1);
-  int32_t number = Int32At(words, 0);
-  if (bare == "-status") return ValueLine(calls.status(number));
-  if (bare == "-available") return ValueLine(calls.available(number));
-  if (bare == "name-length-") return ValueLine(calls.nameLength(number));
-  if (bare == "id-") return ValueLine(calls.idAt(number));
-  calls.toggle(static_cast<unsigned int>(number));
-  return JsonObject().Number("toggled", number).Text();
+std::string Script::AnswerQuit(Script& script, const Words&) {
+  script.finished = true;
+  return JsonObject().Bool("quit", true).Text();
 }
 
 }  // namespace corvalint::host

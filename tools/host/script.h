@@ -28,11 +28,18 @@ class Script {
   bool Finished() const { return finished; }
 
  private:
-  std::string Dispatch(const std::string& verb, const std::vector<std::string>& words);
-  std::string AnswerStart(bool again);
-  std::string AnswerFixed(const std::vector<std::string>& words) const;
-  std::string AnswerHandles() const;
-  std::string AnswerSide(const std::string& verb, const std::vector<std::string>& words) const;
+  using Words = std::vector<std::string>;
+  struct Verb;
+  template <SideCalls Wrapper::*side>
+  struct SideVerbs;
+
+  std::string Dispatch(const std::string& name, const Words& words);
+  static std::string AnswerStart(Script& script, const Words& words);
+  static std::string AnswerStartAgain(Script& script, const Words& words);
+  static std::string AnswerClients(Script& script, const Words& words);
+  static std::string AnswerFixed(Script& script, const Words& words);
+  static std::string AnswerHandles(Script& script, const Words& words);
+  static std::string AnswerQuit(Script& script, const Words& words);
 
   const Wrapper& wrapper;
   const System& system;

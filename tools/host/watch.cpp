@@ -1,6 +1,7 @@
 #include "host/watch.h"
 
 #include "host/documents.h"
+#include "host/words.h"
 
 namespace corvalint::host {
 namespace {
@@ -17,36 +18,48 @@ std::string TimeOfDay(std::time_t time) { return LocalTime("%H:%M:%S", time); }
 
 std::string DateAndTime(std::time_t time) { return LocalTime("%Y-%m-%dT%H:%M:%S", time); }
 
-std::string DevicesText(unsigned int devices) {
-  return std::to_string(devices) + (devices == 1 ? " device" : " devices") + " connected";
-}
+std::string DevicesText(unsigned int devices) { return Counted(devices, "device") + " connected"; }
 
-void LineView::Begin(const Look& look) {
-  print(TimeOfDay() + "  " + DevicesText(look.devices) + "\n");
+void ChangeView::Begin(const Look& look) {
+  print(FirstText(look) + "\n");
   devicesBefore = look.devices;
 }
 
-void LineView::Update(const Look& look) {
-  for (const Change& change : look.changes) print(TimeOfDay() + "  " + ChangeText(change) + "\n");
-  for (const PortNews& news : look.news) {
-    print(TimeOfDay(static_cast<std::time_t>(news.second)) + "  " + NewsText(news) + "\n");
-  }
-  if (look.devices != devicesBefore) print(TimeOfDay() + "  " + DevicesText(look.devices) + "\n");
+void ChangeView::Update(const Look& look) {
+  for (const Change& change : look.changes) print(TextOf(change) + "\n");
+  for (const PortNews& news : look.news) print(TextOf(news) + "\n");
+  if (look.devices != devicesBefore) print(TextOfDevices(look.devices) + "\n");
   devicesBefore = look.devices;
 }
 
-void DocumentView::Begin(const Look& look) {
-  print(ListDocument(look.listing, look.devices) + "\n");
-  devicesBefore = look.devices;
+std::string LineView::FirstText(const Look& look) const { return TextOfDevices(look.devices); }
+
+std::string LineView::TextOf(const Change& change) const {
+  return TimeOfDay() + "  " + ChangeText(change);
 }
 
-void DocumentView::Update(const Look& look) {
-  for (const Change& change : look.changes) print(ChangeDocument(change, DateAndTime()) + "\n");
-  for (const PortNews& news : look.news) {
-    print(MidiDocument(news, DateAndTime(static_cast<std::time_t>(news.second))) + "\n");
-  }
-  if (look.devices != devicesBefore) print(DevicesDocument(look.devices, DateAndTime()) + "\n");
-  devicesBefore = look.devices;
+std::string LineView::TextOf(const PortNews& news) const {
+  return TimeOfDay(static_cast<std::time_t>(news.second)) + "  " + NewsText(news);
+}
+
+std::string LineView::TextOfDevices(unsigned int devices) const {
+  return TimeOfDay() + "  " + DevicesText(devices);
+}
+
+std::string DocumentView::FirstText(const Look& look) const {
+  return ListDocument(look.listing, look.devices);
+}
+
+std::string DocumentView::TextOf(const Change& change) const {
+  return ChangeDocument(change, DateAndTime());
+}
+
+std::string DocumentView::TextOf(const PortNews& news) const {
+  return MidiDocument(news, DateAndTime(static_cast<std::time_t>(news.second)));
+}
+
+std::string DocumentView::TextOfDevices(unsigned int devices) const {
+  return DevicesDocument(devices, DateAndTime());
 }
 
 void LiveView::Begin(const Look& look) { Show(look); }

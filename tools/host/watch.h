@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/endpoints.h"
@@ -41,28 +42,48 @@ class WatchView {
 
 using PrintText = std::function<void(const std::string& text)>;
 
-// A line with the time of day for each change.
-class LineView : public WatchView {
+// Tells each change once, in a text of its own.
+class ChangeView : public WatchView {
  public:
-  explicit LineView(PrintText printText) : print(std::move(printText)) {}
-  void Begin(const Look& look) override;
-  void Update(const Look& look) override;
+  void Begin(const Look& look) final;
+  void Update(const Look& look) final;
+
+ protected:
+  explicit ChangeView(PrintText printText) : print(std::move(printText)) {}
 
  private:
+  // All without their line ends.
+  virtual std::string FirstText(const Look& look) const = 0;
+  virtual std::string TextOf(const Change& change) const = 0;
+  virtual std::string TextOf(const PortNews& news) const = 0;
+  virtual std::string TextOfDevices(unsigned int devices) const = 0;
+
   PrintText print;
   unsigned int devicesBefore = 0;
 };
 
-// A document for the lists, then one for each change.
-class DocumentView : public WatchView {
+// A line with the time of day for each change.
+class LineView : public ChangeView {
  public:
-  explicit DocumentView(PrintText printText) : print(std::move(printText)) {}
-  void Begin(const Look& look) override;
-  void Update(const Look& look) override;
+  explicit LineView(PrintText printText) : ChangeView(std::move(printText)) {}
 
  private:
-  PrintText print;
-  unsigned int devicesBefore = 0;
+  std::string FirstText(const Look& look) const override;
+  std::string TextOf(const Change& change) const override;
+  std::string TextOf(const PortNews& news) const override;
+  std::string TextOfDevices(unsigned int devices) const override;
+};
+
+// A document for the lists, then one for each change.
+class DocumentView : public ChangeView {
+ public:
+  explicit DocumentView(PrintText printText) : ChangeView(std::move(printText)) {}
+
+ private:
+  std::string FirstText(const Look& look) const override;
+  std::string TextOf(const Change& change) const override;
+  std::string TextOf(const PortNews& news) const override;
+  std::string TextOfDevices(unsigned int devices) const override;
 };
 
 // Everything at once on a screen, in place.

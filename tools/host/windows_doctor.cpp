@@ -3,13 +3,16 @@
 #include <windows.h>
 
 #include <share.h>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <vector>
 
 #include "host/windows_ears.h"
-#include "host/windows_system.h"
+#include "host/windows_library_lines.h"
+#include "host/windows_modules.h"
 #include "host/windows_text.h"
+#include "host/windows_wrapper.h"
 
 namespace corvalint::host {
 namespace {
@@ -18,8 +21,9 @@ std::wstring LogPath() { return ProgramFolder() + L"pellora.log"; }
 
 // The log is opened as the bridge will do it, and not changed.
 std::string RefusalOfLog() {
-  HANDLE file = CreateFileW(LogPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file =
+      CreateFileW(LogPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return ErrorText(GetLastError());
   CloseHandle(file);
   return {};
@@ -27,10 +31,10 @@ std::string RefusalOfLog() {
 
 std::string ReadLog() {
   std::string text;
-  std::FILE* file = _wfsopen(LogPath().c_str(), L"rb", _SH_DENYNO);
+  std::FILE* const file = _wfsopen(LogPath().c_str(), L"rb", _SH_DENYNO);
   if (file == nullptr) return text;
   char piece[4096];
-  for (size_t size = 0; (size = std::fread(piece, 1, sizeof piece, file)) > 0;) {
+  for (std::size_t size = 0; (size = std::fread(piece, 1, sizeof piece, file)) > 0;) {
     text.append(piece, size);
   }
   std::fclose(file);
@@ -38,8 +42,8 @@ std::string ReadLog() {
 }
 
 // A log that has become too long is begun again.
-std::string LogFrom(size_t start) {
-  std::string text = ReadLog();
+std::string LogFrom(std::size_t start) {
+  const std::string text = ReadLog();
   return start <= text.size() ? text.substr(start) : text;
 }
 
@@ -48,21 +52,15 @@ std::optional<std::string> ReadRegistry(const char* key, const char* value) {
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_READ, &opened) != ERROR_SUCCESS) return {};
   char text[4096] = "";
   DWORD size = sizeof text - 1;
-  LSTATUS result =
+  const LSTATUS result =
       RegQueryValueExA(opened, value, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
   RegCloseKey(opened);
   if (result != ERROR_SUCCESS) return {};
   return AnsiToUtf8(text);
 }
 
-std::wstring PathOf(HMODULE module) {
-  std::wstring path(32768, L'\0');
-  path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
-  return path;
-}
-
 std::string VersionOf(const std::wstring& path) {
-  DWORD size = GetFileVersionInfoSizeW(path.c_str(), nullptr);
+  const DWORD size = GetFileVersionInfoSizeW(path.c_str(), nullptr);
   std::vector<char> data(size);
   VS_FIXEDFILEINFO* info = nullptr;
   UINT length = 0;
@@ -77,13 +75,13 @@ std::string VersionOf(const std::wstring& path) {
 }
 
 LibraryFinding Found(HMODULE module) {
-  std::wstring path = PathOf(module);
+  const std::wstring path = PathOf(module);
   return {WideToUtf8(path), VersionOf(path), {}};
 }
 
 // Never freed: libraries with threads of their own do not bear it.
 LibraryFinding Load(const std::string& name, const std::vector<const char*>& exports) {
-  HMODULE module = LoadLibraryA(Utf8ToAnsi(name).c_str());
+  const HMODULE module = LoadLibraryA(Utf8ToAnsi(name).c_str());
   if (module == nullptr) return {{}, {}, name + " cannot be loaded: " + ErrorText(GetLastError())};
   LibraryFinding library = Found(module);
   for (const char* function : exports) {
@@ -94,38 +92,34 @@ LibraryFinding Load(const std::string& name, const std::vector<const char*>& exp
   return library;
 }
 
-template <typename Function>
-Function Lookup(const char* library, const char* function) {
-  FARPROC address = GetProcAddress(GetModuleHandleA(library), function);
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
-}
-
 std::string RefusalOfPort() {
-  const char* const kDriver = "teVirtualMIDI64.dll";
-  auto create =
-      Lookup<void*(WINAPI*)(const wchar_t* name, void* callback, DWORD_PTR instance, DWORD maxSysex,
-                            DWORD flags)>(kDriver, "virtualMIDICreatePortEx2");
-  auto close = Lookup<void(WINAPI*)(void* port)>(kDriver, "virtualMIDIClosePort");
-  std::wstring name = L"corvalint doctor " + std::to_wstring(GetCurrentProcessId());
-  void* port = create(name.c_str(), nullptr, 0, 65535, 1);
+  using Create = void*(WINAPI*)(const wchar_t* name, void* callback, DWORD_PTR instance,
+                                DWORD maxSysex, DWORD flags);
+  using Close = void(WINAPI*)(void* port);
+  const HMODULE driver = GetModuleHandleA("teVirtualMIDI64.dll");
+  const auto create = ExportOf<Create>(driver, "virtualMIDICreatePortEx2");
+  const auto close = ExportOf<Close>(driver, "virtualMIDIClosePort");
+  const std::wstring name = L"corvalint doctor " + std::to_wstring(GetCurrentProcessId());
+  void* const port = create(name.c_str(), nullptr, 0, 65535, 1);
   if (port == nullptr) return ErrorText(GetLastError());
   close(port);
   return {};
 }
 
 MidiCounts CountMidi() {
-  return {Lookup<UINT(WINAPI*)()>("winmm.dll", "midiInGetNumDevs")(),
-          Lookup<UINT(WINAPI*)()>("winmm.dll", "midiOutGetNumDevs")()};
+  const HMODULE winmm = GetModuleHandleA("winmm.dll");
+  return {ExportOf<UINT(WINAPI*)()>(winmm, "midiInGetNumDevs")(),
+          ExportOf<UINT(WINAPI*)()>(winmm, "midiOutGetNumDevs")()};
 }
 
 }  // namespace
 
 Instruments MakeInstruments() {
-  auto bridge = std::make_shared<Wrapper>();
-  size_t logStart = ReadLog().size();
+  const auto bridge = std::make_shared<Wrapper>();
+  const std::size_t logStart = ReadLog().size();
   Instruments hands;
   hands.folder = [] {
-    std::wstring folder = ProgramFolder();
+    const std::wstring folder = ProgramFolder();
     return WideToUtf8(folder.substr(0, folder.size() - 1));
   };
   hands.logRefusal = RefusalOfLog;

@@ -5,8 +5,10 @@
 #include <mmsystem.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
+#include "host/windows_modules.h"
 #include "host/windows_text.h"
 
 namespace corvalint::host {
@@ -25,7 +27,7 @@ struct Winmm {
 
 template <typename Function>
 bool Bind(HMODULE module, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+  function = ExportOf<Function>(module, name);
   return function != nullptr;
 }
 
@@ -33,13 +35,13 @@ bool Bind(HMODULE module, const char* name, Function& function) {
 const Winmm* TheWinmm() {
   static const Winmm* const found = []() -> const Winmm* {
     static Winmm winmm;
-    HMODULE module = LoadLibraryA("winmm.dll");
-    bool bound = module != nullptr && Bind(module, "midiInGetNumDevs", winmm.count) &&
-                 Bind(module, "midiInGetDevCapsA", winmm.ansiCaps) &&
-                 Bind(module, "midiInGetDevCapsW", winmm.caps) &&
-                 Bind(module, "midiInOpen", winmm.open) &&
-                 Bind(module, "midiInStart", winmm.start) &&
-                 Bind(module, "midiInStop", winmm.stop) && Bind(module, "midiInClose", winmm.close);
+    const HMODULE module = LoadLibraryA("winmm.dll");
+    const bool bound =
+        module != nullptr && Bind(module, "midiInGetNumDevs", winmm.count) &&
+        Bind(module, "midiInGetDevCapsA", winmm.ansiCaps) &&
+        Bind(module, "midiInGetDevCapsW", winmm.caps) && Bind(module, "midiInOpen", winmm.open) &&
+        Bind(module, "midiInStart", winmm.start) && Bind(module, "midiInStop", winmm.stop) &&
+        Bind(module, "midiInClose", winmm.close);
     return bound ? &winmm : nullptr;
   }();
   return found;
@@ -49,7 +51,7 @@ const Winmm* TheWinmm() {
 struct OpenInput {
   HMIDIIN handle = nullptr;
   MMRESULT refused = 0;
-  std::atomic<uint64_t> messages{0};
+  std::atomic<std::uint64_t> messages{0};
 };
 
 void CALLBACK Count(HMIDIIN, UINT message, DWORD_PTR instance, DWORD_PTR, DWORD_PTR) {
@@ -89,10 +91,10 @@ class WinmmEar : public InputEar {
     Open(winmm, number, *input);
   }
   ~WinmmEar() override { Close(winmm, input); }
-  uint32_t Refused() const override { return input->refused; }
+  std::uint32_t Refused() const override { return input->refused; }
   // To start what is started does nothing, but tells whether the driver still answers.
   bool Alive() const override { return winmm.start(input->handle) == MMSYSERR_NOERROR; }
-  uint64_t Messages() const override { return input->messages; }
+  std::uint64_t Messages() const override { return input->messages; }
 
  private:
   const Winmm& winmm;
@@ -102,11 +104,11 @@ class WinmmEar : public InputEar {
 }  // namespace
 
 std::vector<HeardInput> ListenToInputs(int seconds) {
-  const Winmm* winmm = TheWinmm();
+  const Winmm* const winmm = TheWinmm();
   if (winmm == nullptr) return {};
   std::vector<std::unique_ptr<WinmmEar>> ears;
   std::vector<HeardInput> heard;
-  UINT count = winmm->count();
+  const UINT count = winmm->count();
   for (UINT number = 0; number < count; ++number) {
     heard.push_back({NameOf(*winmm, number), 0, 0});
     ears.push_back(std::make_unique<WinmmEar>(*winmm, number));
@@ -120,17 +122,17 @@ std::vector<HeardInput> ListenToInputs(int seconds) {
 }
 
 std::vector<MidiInput> ListInputs() {
-  const Winmm* winmm = TheWinmm();
+  const Winmm* const winmm = TheWinmm();
   std::vector<MidiInput> inputs;
-  UINT count = winmm == nullptr ? 0 : winmm->count();
+  const UINT count = winmm == nullptr ? 0 : winmm->count();
   for (UINT number = 0; number < count; ++number) {
     inputs.push_back({AnsiNameOf(*winmm, number), NameOf(*winmm, number)});
   }
   return inputs;
 }
 
-std::unique_ptr<InputEar> OpenInputEar(size_t number, const MidiInput& expected) {
-  const Winmm* winmm = TheWinmm();
+std::unique_ptr<InputEar> OpenInputEar(std::size_t number, const MidiInput& expected) {
+  const Winmm* const winmm = TheWinmm();
   if (winmm == nullptr) return nullptr;
   auto ear = std::make_unique<WinmmEar>(*winmm, static_cast<UINT>(number));
   // The numbers may have moved since the inputs were listed.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -16,6 +17,6 @@ std::vector<HeardInput> ListenToInputs(int seconds);
 std::vector<MidiInput> ListInputs();
 
 // Opens one and counts, see System::openInput.
-std::unique_ptr<InputEar> OpenInputEar(size_t number, const MidiInput& expected);
+std::unique_ptr<InputEar> OpenInputEar(std::size_t number, const MidiInput& expected);
 
 }  // namespace corvalint::host

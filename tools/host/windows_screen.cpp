@@ -5,6 +5,7 @@
 #include <io.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "host/windows_text.h"
@@ -16,7 +17,7 @@ namespace {
 class ConsoleScreen : public Screen {
  public:
   ConsoleScreen(HANDLE console, HANDLE screenBuffer) : usual(console), buffer(screenBuffer) {
-    CONSOLE_CURSOR_INFO hidden = {1, FALSE};
+    const CONSOLE_CURSOR_INFO hidden = {1, FALSE};
     SetConsoleCursorInfo(buffer, &hidden);
     SetConsoleActiveScreenBuffer(buffer);
   }
@@ -30,11 +31,11 @@ class ConsoleScreen : public Screen {
 
   // Draws what is different from before only, which a slow terminal thanks for.
   void Draw(const std::vector<std::string>& lines) override {
-    SMALL_RECT window = Window();
-    bool moved = std::memcmp(&window, &windowBefore, sizeof window) != 0;
+    const SMALL_RECT window = Window();
+    const bool moved = std::memcmp(&window, &windowBefore, sizeof window) != 0;
     windowBefore = window;
-    for (size_t row = 0; row < static_cast<size_t>(Rows()); ++row) {
-      std::string line = row < lines.size() ? lines[row] : std::string();
+    for (std::size_t row = 0; row < static_cast<std::size_t>(Rows()); ++row) {
+      const std::string line = row < lines.size() ? lines[row] : std::string();
       if (!moved && line == (row < before.size() ? before[row] : std::string())) continue;
       DrawLine({window.Left, static_cast<SHORT>(window.Top + static_cast<SHORT>(row))},
                Utf8ToWide(line));
@@ -51,7 +52,7 @@ class ConsoleScreen : public Screen {
 
   // Neither moves the cursor nor scrolls, so that the last place of the screen can be used too.
   void DrawLine(COORD place, std::wstring line) {
-    auto columns = static_cast<size_t>(Columns());
+    const auto columns = static_cast<std::size_t>(Columns());
     line.resize(std::max(line.size(), columns), L' ');
     DWORD written = 0;
     WriteConsoleOutputCharacterW(buffer, line.c_str(), static_cast<DWORD>(columns), place,
@@ -67,10 +68,10 @@ class ConsoleScreen : public Screen {
 }  // namespace
 
 std::unique_ptr<Screen> OpenConsoleScreen(std::FILE* file) {
-  auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+  const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
   CONSOLE_SCREEN_BUFFER_INFO info = {};
   if (!GetConsoleScreenBufferInfo(console, &info)) return nullptr;
-  HANDLE buffer =
+  const HANDLE buffer =
       CreateConsoleScreenBuffer(GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, CONSOLE_TEXTMODE_BUFFER, nullptr);
   if (buffer == INVALID_HANDLE_VALUE) return nullptr;

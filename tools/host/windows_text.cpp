@@ -1,22 +1,25 @@
 #include "host/windows_text.h"
 
+#include <cstddef>
+
 #include <windows.h>
 
 namespace corvalint::host {
 namespace {
 
 std::wstring FromBytes(const std::string& bytes, unsigned int codePage) {
-  int size = static_cast<int>(bytes.size());
-  int length = MultiByteToWideChar(codePage, 0, bytes.data(), size, nullptr, 0);
-  std::wstring wide(static_cast<size_t>(length), L'\0');
+  const int size = static_cast<int>(bytes.size());
+  const int length = MultiByteToWideChar(codePage, 0, bytes.data(), size, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(length), L'\0');
   MultiByteToWideChar(codePage, 0, bytes.data(), size, wide.data(), length);
   return wide;
 }
 
 std::string ToBytes(const std::wstring& text, unsigned int codePage) {
-  int size = static_cast<int>(text.size());
-  int length = WideCharToMultiByte(codePage, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<size_t>(length), '\0');
+  const int size = static_cast<int>(text.size());
+  const int length =
+      WideCharToMultiByte(codePage, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+  std::string bytes(static_cast<std::size_t>(length), '\0');
   WideCharToMultiByte(codePage, 0, text.data(), size, bytes.data(), length, nullptr, nullptr);
   return bytes;
 }
@@ -30,13 +33,6 @@ std::wstring Utf8ToWide(const std::string& text) { return FromBytes(text, CP_UTF
 std::string AnsiToUtf8(const std::string& bytes) { return WideToUtf8(FromBytes(bytes, CP_ACP)); }
 
 std::string Utf8ToAnsi(const std::string& text) { return ToBytes(Utf8ToWide(text), CP_ACP); }
-
-std::wstring ProgramFolder() {
-  std::wstring path(32768, L'\0');
-  DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-  path.resize(length);
-  return path.substr(0, path.find_last_of(L'\\') + 1);
-}
 
 std::string ErrorText(unsigned long error) {
   wchar_t text[512] = L"";

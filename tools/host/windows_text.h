@@ -12,9 +12,6 @@ std::wstring Utf8ToWide(const std::string& text);
 std::string AnsiToUtf8(const std::string& bytes);
 std::string Utf8ToAnsi(const std::string& text);
 
-// The folder of this program, with a backslash at its end.
-std::wstring ProgramFolder();
-
 // The system's words for one of its error numbers, with the number.
 std::string ErrorText(unsigned long error);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -35,8 +36,8 @@ struct Wrapper {
 
 // How many of the system's things this process holds.
 struct ProcessCounts {
-  int64_t handles = 0;
-  int64_t threads = 0;
+  std::int64_t handles = 0;
+  std::int64_t threads = 0;
 };
 
 // A terminal that is drawn upon as a whole. Its end gives the terminal back as it was.
@@ -60,11 +61,11 @@ class InputEar {
  public:
   virtual ~InputEar() = default;
   // Why it could not be opened, a result of winmm; 0 if it could.
-  virtual uint32_t Refused() const = 0;
+  virtual std::uint32_t Refused() const = 0;
   // False once the device behind it has gone, though another of its name may be there by now.
   virtual bool Alive() const = 0;
   // Messages that have arrived so far, SysEx not among them.
-  virtual uint64_t Messages() const = 0;
+  virtual std::uint64_t Messages() const = 0;
 };
 
 // What the host needs from the system. The texts it takes and gives are UTF-8 but for AnsiToUtf8's
@@ -77,7 +78,7 @@ struct System {
   std::function<bool()> takeInterrupt;
   // Columns of the terminal that standard output is; 0 if it is none.
   std::function<int()> columns;
-  int64_t processId = 0;
+  std::int64_t processId = 0;
   // Takes the terminal that standard output is; null if it is none. Empty: there is none.
   std::function<std::unique_ptr<Screen>()> openScreen;
   // What the library has printed since this was last asked, in UTF-8. Empty: it is not kept.
@@ -85,7 +86,7 @@ struct System {
   // The MIDI inputs of this desktop by their numbers. Empty: no messages are counted.
   std::function<std::vector<MidiInput>()> listInputs;
   // Opens the input with that number; null if it is not the expected one any more.
-  std::function<std::unique_ptr<InputEar>(size_t number, const MidiInput& expected)> openInput;
+  std::function<std::unique_ptr<InputEar>(std::size_t number, const MidiInput& expected)> openInput;
 };
 
 }  // namespace corvalint::host
