@@ -2,6 +2,7 @@
 
 #include <osc/OscOutboundPacketStream.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <utility>
@@ -24,7 +25,10 @@ constexpr int kDatagramBuffer = 131084;
 // A bind counts as failed below this result only, so it never does, on purpose: devices expect a
 // port whose number is taken to go on and to report itself ready.
 constexpr int kBindFailure = -1110;
-constexpr std::uint32_t kCrowdedPollMilliseconds = 1;
+// How long a port waits until it asks its crowded device again: ever longer, since so many ports
+// may wait for one device.
+constexpr std::uint32_t kFirstCrowdedPollMilliseconds = 1;
+constexpr std::uint32_t kLongestCrowdedPollMilliseconds = 16;
 
 // A port's client for as long as this lives; none once the client has gone.
 class BorrowedDelegate {
@@ -81,7 +85,7 @@ std::uint32_t LocalOSCPort::Run() {
     packet = std::make_unique_for_overwrite<char[]>(kMaximumPayload);
     const int opened = OpenSocket();
     if (opened >= 1 && Bind(opened)) {
-      Report(kReady);
+      Report(Status::ready);
       ForwardDatagrams(opened);
     }
   } catch (const std::exception& failure) {
@@ -96,7 +100,7 @@ int LocalOSCPort::OpenSocket() {
   for (;;) {
     const int made = MakeSocket();
     if (made >= 1) return made;
-    Report(kNoSocket);
+    Report(Status::noSocket);
     ConsolePrint("error creating socket || error: %d\n", made);
     if (!running) return made;
     Use<ClockApi>().sleep(kRetryMilliseconds);
@@ -124,7 +128,7 @@ bool LocalOSCPort::Bind(int opened) {
     const int result = TryBind(opened);
     if (result >= kBindFailure) break;
     ConsolePrint("bind failed  because %d \n", result);
-    Report(kBindFailed);
+    Report(Status::bindFailed);
     if (!running) return false;
     Use<ClockApi>().sleep(kRetryMilliseconds);
   }
@@ -170,13 +174,16 @@ void LocalOSCPort::ForwardDatagrams(int opened) {
 // Forwards everything that has arrived by now. A failure is nothing to forward, and the port goes
 // on: the answer to a send that nobody listened to may be one.
 void LocalOSCPort::ForwardWaiting(int opened) {
+  std::uint32_t crowdedPoll = kFirstCrowdedPollMilliseconds;
   while (running && socket != 0) {
     // A flood stays in the socket while the device is slow, where the system drops what is too
     // much. On the stream it would push off everybody's notes.
     if (DeviceIsCrowded()) {
-      Use<ClockApi>().sleep(kCrowdedPollMilliseconds);
+      Use<ClockApi>().sleep(crowdedPoll);
+      crowdedPoll = std::min(2 * crowdedPoll, kLongestCrowdedPollMilliseconds);
       continue;
     }
+    crowdedPoll = kFirstCrowdedPollMilliseconds;
     const int received = Use<DatagramApi>().receive(opened, datagram.get(), kDatagramBuffer);
     if (received < 0) {
       // One that lasts must not make this thread spin.
@@ -200,7 +207,7 @@ void LocalOSCPort::Forward(std::size_t size) {
 }
 
 void LocalOSCPort::Report(Status newStatus) {
-  status = newStatus;
+  status = static_cast<std::uint32_t>(newStatus);
   char buffer[kSmallPacketBuffer];
   try {
     osc::OutboundPacketStream message(buffer, sizeof buffer);

@@ -45,7 +45,7 @@ std::string OscPortKey(const std::string& host, std::int32_t port);
 //   "/osc"                        string bind key, blob: one datagram
 class LocalOSCPort final : public CThread {
  public:
-  enum Status : std::uint32_t { kNotReady = 0, kReady = 1, kBindFailed = 2, kNoSocket = 3 };
+  enum class Status : std::uint32_t { notReady = 0, ready = 1, bindFailed = 2, noSocket = 3 };
 
   // The sockets use the low 16 bits of the port numbers, the keys show them in full.
   LocalOSCPort(std::int32_t bindPort, std::int32_t destinationPort, const std::string& host,
@@ -68,7 +68,8 @@ class LocalOSCPort final : public CThread {
   const std::string& DestinationKey() const { return destinationKey; }
   const std::string& BindKey() const { return bindKey; }
 
-  std::atomic<std::uint32_t> status{kNotReady};
+  // Kept for whoever looks at a port; nothing in the library reads these three.
+  std::atomic<std::uint32_t> status{static_cast<std::uint32_t>(Status::notReady)};
   std::atomic<std::uint32_t> reportedStatus{0};  // what the device last reported of it
   std::atomic<bool> fresh{true};  // until a create request names a port that is there already
 

@@ -8,11 +8,18 @@ namespace corvalint {
 bool BaseClientThread::OscPortMessage(const osc::ReceivedMessage& message,
                                       OscArguments& arguments) {
   if (localPorts == nullptr) return false;
-  if (AddressIs(message, "/osc/create_port")) return CreateOscPort(arguments), true;
-  if (AddressIs(message, "/osc/remove_port")) return RemoveOscPort(arguments), true;
-  if (AddressIs(message, "/osc/port_creation_report")) return NoteOscPortReport(arguments), true;
-  if (AddressIs(message, "/osc")) return SendThroughOscPort(arguments), true;
-  return false;
+  if (AddressIs(message, "/osc/create_port")) {
+    CreateOscPort(arguments);
+  } else if (AddressIs(message, "/osc/remove_port")) {
+    RemoveOscPort(arguments);
+  } else if (AddressIs(message, "/osc/port_creation_report")) {
+    NoteOscPortReport(arguments);
+  } else if (AddressIs(message, "/osc")) {
+    SendThroughOscPort(arguments);
+  } else {
+    return false;
+  }
+  return true;
 }
 
 void BaseClientThread::CreateOscPort(OscArguments& arguments) {

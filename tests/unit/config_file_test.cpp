@@ -127,6 +127,11 @@ TEST_F(ConfigFile, BytesArePlainBytes) {
   EXPECT_EQ(Read("a=\xFF\n\xFF=b\n"), (ConfigMap{{"a", "\xFF"}, {"\xFF", "b"}}));
 }
 
+// Where the text files of Windows end.
+TEST_F(ConfigFile, NoByteEndsTheFile) {
+  EXPECT_EQ(Read("a=1\n\x1A\nb=2\x1A\nc=3\n"), (ConfigMap{{"a", "1"}, {"b", "2\x1A"}, {"c", "3"}}));
+}
+
 TEST_F(ConfigFile, LinesMayBeLong) {
   const std::string key(100000, 'k');
   const std::string value(1000000, 'v');

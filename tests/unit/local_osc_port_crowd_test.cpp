@@ -28,9 +28,32 @@ TEST_F(CrowdedPort, LeavesDatagramsWhereTheyAreUntilThereIsRoom) {
   EXPECT_EQ(owner.Next(), PortData(Key(number), "waits"));
 }
 
-TEST_F(CrowdedPort, AsksOnceAMillisecond) {
+TEST_F(CrowdedPort, AsksEverMoreSeldomUpToSixteenMilliseconds) {
   Crowded();
-  for (const std::uint32_t milliseconds : clock.TakeSleeps()) EXPECT_EQ(milliseconds, 1u);
+  ASSERT_TRUE(clock.WaitForSleeps(7));
+  Sleeps sleeps = clock.TakeSleeps();
+  sleeps.resize(7);
+  EXPECT_EQ(sleeps, (Sleeps{1, 2, 4, 8, 16, 16, 16}));
+}
+
+TEST_F(CrowdedPort, AsksAgainAfterAMillisecondOnceTheDeviceHasTakenSomething) {
+  Crowded();
+  program.Send(number, "waits too");
+  Sleeps again;  // the port's thread's
+  owner.WhenSending([&] {
+    owner.crowded = true;
+    clock.WhenSleeping([&](std::uint32_t milliseconds) {
+      again.push_back(milliseconds);
+      if (again.size() < 2) return;
+      owner.WhenSending(nullptr);
+      owner.crowded = false;
+    });
+  });
+  owner.crowded = false;
+  EXPECT_EQ(owner.Next(), PortData(Key(number), "waits"));
+  EXPECT_EQ(owner.Next(), PortData(Key(number), "waits too"));
+  EXPECT_EQ(again, (Sleeps{1, 2}));
+  clock.WhenSleeping(nullptr);  // the table's end may sleep too
 }
 
 TEST_F(CrowdedPort, IsRemovedAtOnceAndLeavesItsNumberToTheNext) {

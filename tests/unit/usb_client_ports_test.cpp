@@ -61,9 +61,14 @@ TEST_F(UsbClientPorts, PortsAreRemovedUnderTheClientLockAfterTheStreamIsClosed) 
   const auto peer = StartThread();
   Open(*peer, 7001, first);
   std::atomic<bool> portThere{false};
+  std::atomic<bool> underLock{false};
   sockets.BeforeShutdown([&] { portThere = datagrams.Woken().empty(); });
+  datagrams.BeforeWake([&] {
+    if (server.clientLock.HoldsOfThisThread() > 0) underLock = true;
+  });
   Depart();
   EXPECT_TRUE(portThere);
+  EXPECT_TRUE(underLock);
   EXPECT_FALSE(datagrams.Woken().empty());
   threads.JoinAll();
   // Told again, at most, by the thread that was still making it when the departure came.

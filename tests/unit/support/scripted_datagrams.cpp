@@ -137,6 +137,7 @@ struct ScriptedDatagrams::Table {
 
   static void Wake(int waker) {
     ScriptedDatagrams& self = Current();
+    if (const auto action = self.Copy(self.beforeWake)) action();
     const std::lock_guard hold(self.mutex);
     if (self.wakersNow.count(waker) != 0) self.woken.push_back(waker);
     self.before.wake(waker);
@@ -258,6 +259,11 @@ void ScriptedDatagrams::BeforeReceive(std::function<void()> action) {
 void ScriptedDatagrams::BeforeSend(std::function<void()> action) {
   const std::lock_guard hold(mutex);
   beforeSend = std::move(action);
+}
+
+void ScriptedDatagrams::BeforeWake(std::function<void()> action) {
+  const std::lock_guard hold(mutex);
+  beforeWake = std::move(action);
 }
 
 std::vector<int> ScriptedDatagrams::Opened() const {

@@ -48,6 +48,7 @@ class ScriptedDatagrams {
   void BeforeWait(std::function<void()> action);
   void BeforeReceive(std::function<void()> action);
   void BeforeSend(std::function<void()> action);
+  void BeforeWake(std::function<void()> action);
 
   // All sockets so far, in order; their numbers may come again.
   std::vector<int> Opened() const;
@@ -77,7 +78,7 @@ class ScriptedDatagrams {
   std::deque<int> openAnswers, bindAnswers, freeBindAnswers;
   std::deque<SocketError> receiveErrors;
   std::deque<WaitAnswer> waitAnswers;
-  std::function<void()> beforeOpen, beforeBind, beforeWait, beforeReceive, beforeSend;
+  std::function<void()> beforeOpen, beforeBind, beforeWait, beforeReceive, beforeSend, beforeWake;
   int wakerRefusals = 0;
   std::vector<int> opened;
   std::set<int> open, gone;    // a number that was closed and has not come again is gone
