@@ -85,10 +85,11 @@
  * @par Standard output
  * The library prints diagnostic lines to the standard output of the process and flushes each. A
  * host that hands its standard output to a pipe must read it, or the library's threads stand still.
- * A host without standard output needs to do nothing. The lines go where the process's handle leads
- * when the DLL is loaded, through the C runtime msvcrt.dll: what a language lets you put in the
- * place of its own output (Console.SetOut, sys.stdout) does not change that. One line, of an OSC
- * datagram that could not be sent, goes to standard error.
+ * A host without standard output needs to do nothing. The lines go through the C runtime
+ * msvcrt.dll, to where the process's handle led when that was loaded, often at the start of the
+ * process: what a language lets you put in the place of its own output (Console.SetOut, sys.stdout)
+ * does not change that, and _dup2 of msvcrt.dll does. One line, of an OSC datagram that could not
+ * be sent, goes to standard error.
  *
  * @par Files
  * The folder is that of the program, not that of the DLL. The log pellora.log, with the identifiers
