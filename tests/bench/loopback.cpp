@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "device/loopback.h"
+
 namespace corvalint::bench {
 
 namespace {
@@ -44,9 +46,7 @@ Loopback MakeLoopback(Buffers buffers) {
     Enlarge(listener);  // what it accepts inherits it
     Enlarge(made.library);
   }
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = device::Loopback(0);
   auto* const any = reinterpret_cast<sockaddr*>(&address);
   socklen_t size = sizeof address;
   Checked(bind(listener, any, size), "bind");

@@ -1,12 +1,12 @@
 #include "ports/free_udp_port.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <mutex>
 #include <stdexcept>
+
+#include "device/loopback.h"
 
 namespace corvalint::test {
 
@@ -20,10 +20,7 @@ constexpr unsigned kBlocks = 21;
 // A socket bound to that number of 127.0.0.1, or -1.
 int Bound(int type, unsigned port) {
   const int made = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const sockaddr_in address = device::Loopback(static_cast<std::uint16_t>(port));
   if (bind(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return made;
   close(made);
   return -1;

@@ -1,13 +1,12 @@
 #include "soak/small_device_library.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstring>
 
+#include "device/loopback.h"
 #include "soak/complaints.h"
 
 namespace corvalint::soak {
@@ -26,10 +25,7 @@ constexpr std::uint32_t kDisconnected = 2;
 int Connect(std::uint16_t port) {
   const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (made < 0) return -1;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
+  const sockaddr_in address = device::Loopback(port);
   if (connect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return made;
   close(made);
   return -1;

@@ -1,28 +1,20 @@
 #include "soak/udp_end.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
 
+#include "device/loopback.h"
+
 namespace corvalint::soak {
 
 namespace {
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
-}
-
 device::Descriptor Bound(std::uint16_t port) {
   device::Descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_in address = Loopback(port);
+  const sockaddr_in address = device::Loopback(port);
   if (made.Open() &&
       bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return made;
@@ -35,7 +27,7 @@ device::Descriptor Bound(std::uint16_t port) {
 UdpEnd::UdpEnd() : socket(Bound(0)), port(device::LocalPort(socket)) {}
 
 void UdpEnd::Send(std::uint16_t destination, const Bytes& datagram) const {
-  const sockaddr_in address = Loopback(destination);
+  const sockaddr_in address = device::Loopback(destination);
   // A refused datagram is what happens to programs that speak to a port that is gone.
   static_cast<void>(sendto(socket.Get(), datagram.data(), datagram.size(), 0,
                            reinterpret_cast<const sockaddr*>(&address), sizeof address));

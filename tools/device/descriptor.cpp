@@ -14,6 +14,8 @@
 #include <string>
 #include <system_error>
 
+#include "device/loopback.h"
+
 namespace corvalint::device {
 namespace {
 
@@ -41,10 +43,7 @@ Descriptor BindLoopback(std::uint16_t port, int receiveBuffer) {
       ::setsockopt(bound.Get(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer) != 0) {
     Fail("SO_RCVBUF");
   }
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
+  const sockaddr_in address = Loopback(port);
   if (::bind(bound.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     Fail("port " + std::to_string(port) + " of 127.0.0.1");
   }

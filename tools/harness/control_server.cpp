@@ -1,6 +1,5 @@
 #include "harness/control_server.h"
 
-#include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -12,14 +11,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "device/loopback.h"
+
 namespace corvalint::harness {
 
 ControlServer::ControlServer(Listener lineListener) : listener(std::move(lineListener)) {
   listenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   wakeFd = eventfd(0, EFD_CLOEXEC);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = device::Loopback(0);
   socklen_t size = sizeof(address);
   if (bind(listenFd, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
       listen(listenFd, 1) != 0 ||

@@ -1,6 +1,5 @@
 // The stand-ins and the harness against a small program that uses them as the product does:
 // devices, rules for calls, and the process as a whole.
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "device/loopback.h"
 #include "device/raw_time.h"
 #include "harness/desk_selftest.h"
 
@@ -20,9 +20,7 @@ using testing::IsEmpty;
 // One loopback connection that gives back what it gets.
 std::thread EchoOnce(std::uint16_t& port) {
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = device::Loopback(0);
   socklen_t size = sizeof(address);
   EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
   EXPECT_EQ(listen(listener, 1), 0);

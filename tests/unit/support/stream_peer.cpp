@@ -11,6 +11,7 @@
 #include <array>
 
 #include "clients/big_endian.h"
+#include "device/loopback.h"
 
 namespace corvalint::test {
 
@@ -117,9 +118,7 @@ void StreamPeer::Close() {
 StreamPair MakeStreamPair(int buffer) {
   const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   ShrinkBuffers(listener, buffer);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = device::Loopback(0);
   socklen_t size = sizeof address;
   EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
   EXPECT_EQ(listen(listener, 1), 0);

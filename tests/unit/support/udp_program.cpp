@@ -10,24 +10,18 @@
 #include <fstream>
 #include <sstream>
 
+#include "device/loopback.h"
+
 namespace corvalint::test {
 
 namespace {
 
 constexpr int kTimeOutMilliseconds = 30000;
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
-}
-
 int BoundSocket(std::uint16_t port) {
   const int made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   EXPECT_GT(made, 0);
-  const sockaddr_in address = Loopback(port);
+  const sockaddr_in address = device::Loopback(port);
   if (bind(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return made;
   close(made);
   return -1;
@@ -48,7 +42,7 @@ UdpProgram::UdpProgram() : socket(BoundSocket(0)) {
 UdpProgram::~UdpProgram() { close(socket); }
 
 void UdpProgram::Send(std::uint16_t destination, const std::string& bytes) const {
-  const sockaddr_in address = Loopback(destination);
+  const sockaddr_in address = device::Loopback(destination);
   EXPECT_EQ(sendto(socket, bytes.data(), bytes.size(), 0,
                    reinterpret_cast<const sockaddr*>(&address), sizeof address),
             static_cast<ssize_t>(bytes.size()));

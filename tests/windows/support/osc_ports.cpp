@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "device/loopback.h"
 #include "windows/support/observers.h"
 #include "windows/support/wire_bytes.h"
 
@@ -25,14 +26,6 @@ namespace {
 constexpr std::size_t kLongestDatagram = 65536;
 constexpr const char* kLoopback = "127.0.0.1";
 
-sockaddr_in LoopbackAddress(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
-}
-
 device::Descriptor UdpSocket() {
   device::Descriptor made(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!made.Open()) throw std::system_error(errno, std::generic_category(), "udp socket");
@@ -40,7 +33,7 @@ device::Descriptor UdpSocket() {
 }
 
 bool Bind(const device::Descriptor& socket, std::uint16_t port) {
-  const sockaddr_in address = LoopbackAddress(port);
+  const sockaddr_in address = device::Loopback(port);
   return bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -66,7 +59,7 @@ UdpProgram::UdpProgram(std::uint16_t number, int receiveBuffer)
 }
 
 void UdpProgram::Send(std::uint16_t to, const Bytes& datagram) const {
-  const sockaddr_in address = LoopbackAddress(to);
+  const sockaddr_in address = device::Loopback(to);
   const auto sent = sendto(socket.Get(), datagram.data(), datagram.size(), 0,
                            reinterpret_cast<const sockaddr*>(&address), sizeof address);
   if (sent != static_cast<ssize_t>(datagram.size())) {
