@@ -9,7 +9,7 @@
 
 #include "examples/wait_for_end.h"
 #include "harness/process.h"
-#include "harness/wine_prefix.h"
+#include "harness/temp_folder.h"
 
 namespace corvalint {
 namespace {

@@ -9,6 +9,7 @@
 
 #include "examples/wait_for_end.h"
 #include "harness/desk.h"
+#include "harness/temp_folder.h"
 
 namespace corvalint {
 namespace {

@@ -1,9 +1,8 @@
 #include "soak/host_folder.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
+#include <string>
 #include <system_error>
 
 #include "platform/process.h"
@@ -26,11 +25,7 @@ std::string ExecutablePath() {
 }  // namespace
 
 TemporaryHostFolder::TemporaryHostFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "corvalint-soak-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "a folder for the log");
-  }
-  Folder() = name;
+  Folder() = folder.Path().string();
   static const ProcessApi kTable = [] {
     ProcessApi table = ProcessApi::System();
     table.executablePath = ExecutablePath;
@@ -39,15 +34,11 @@ TemporaryHostFolder::TemporaryHostFolder() {
   Install<ProcessApi>(&kTable);
 }
 
-TemporaryHostFolder::~TemporaryHostFolder() {
-  Install<ProcessApi>(nullptr);
-  std::error_code ignored;
-  std::filesystem::remove_all(Folder(), ignored);
-}
+TemporaryHostFolder::~TemporaryHostFolder() { Install<ProcessApi>(nullptr); }
 
 std::uint64_t TemporaryHostFolder::LogSize() const {
   std::error_code missing;
-  const auto size = std::filesystem::file_size(Folder() + "/pellora.log", missing);
+  const auto size = std::filesystem::file_size(folder.Path() / "pellora.log", missing);
   return missing ? 0 : size;
 }
 

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+
+#include "harness/temp_folder.h"
 
 namespace corvalint::soak {
 
 // An empty folder in which the host's executable is said to lie, and so the library's log;
-// installed for as long as it lives, and removed with it. Throws std::system_error when there can
-// be none.
+// installed for as long as it lives, and removed with it. Throws std::runtime_error when there can
+// be none. One at a time.
 class TemporaryHostFolder {
  public:
   TemporaryHostFolder();
@@ -17,6 +18,9 @@ class TemporaryHostFolder {
 
   // Bytes of the log at the moment.
   std::uint64_t LogSize() const;
+
+ private:
+  const harness::TempFolder folder;
 };
 
 }  // namespace corvalint::soak

@@ -1,10 +1,10 @@
 // The command line of corvalint-device, and the program running.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -14,6 +14,7 @@
 #include "device/program.h"
 #include "device/simulated_device.h"
 #include "device_test_client.h"
+#include "harness/temp_folder.h"
 
 namespace corvalint::device {
 namespace {
@@ -29,44 +30,17 @@ std::string Mistake(const std::vector<std::string>& arguments) {
   return "";
 }
 
-TEST(DeviceOptionsText, EveryOptionIsRead) {
-  const ProgramOptions options = ParseOptions({"--port",
-                                               "0",
-                                               "--name",
-                                               "My iPad",
-                                               "--udid",
-                                               "abc",
-                                               "--source",
-                                               "Keys: left:-7",
-                                               "--source",
-                                               "Pad:8",
-                                               "--destination",
-                                               "Synth:9",
-                                               "--play",
-                                               "a.mid",
-                                               "--id",
-                                               "8",
-                                               "--seconds",
-                                               "2.5",
-                                               "--fast",
-                                               "--clock",
-                                               "-20",
-                                               "--slow",
-                                               "100",
-                                               "--pieces",
-                                               "3",
-                                               "--stall-after",
-                                               "4",
-                                               "--cut-after",
-                                               "500",
-                                               "--cut-how",
-                                               "end",
-                                               "--rubbish",
-                                               "77",
-                                               "--record",
-                                               "out.json",
-                                               "--once",
-                                               "-v"});
+// As a shell splits them; no word has a blank in it.
+std::vector<std::string> Words(const std::string& line) {
+  std::istringstream text(line);
+  return {std::istream_iterator<std::string>(text), {}};
+}
+
+TEST(DeviceOptionsText, NamesFilesAndEndpointsAreRead) {
+  const ProgramOptions options =
+      ParseOptions({"--port", "0", "--name", "My iPad", "--udid", "abc", "--source",
+                    "Keys: left:-7", "--source", "Pad:8", "--destination", "Synth:9", "--play",
+                    "a.mid", "--id", "8", "--record", "out.json"});
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.name, "My iPad");
   EXPECT_EQ(options.udid, "abc");
@@ -78,6 +52,13 @@ TEST(DeviceOptionsText, EveryOptionIsRead) {
   EXPECT_EQ(options.destinations[0].name, "Synth");
   EXPECT_EQ(options.songFile, "a.mid");
   EXPECT_EQ(options.songId, 8);
+  EXPECT_EQ(options.recordFile, "out.json");
+}
+
+TEST(DeviceOptionsText, NumbersAndMannersAreRead) {
+  const ProgramOptions options = ParseOptions(
+      Words("--play a.mid --id 8 --seconds 2.5 --fast --clock -20 --slow 100 --pieces 3 "
+            "--stall-after 4 --cut-after 500 --cut-how end --rubbish 77 --once -v"));
   EXPECT_EQ(options.seconds, 2.5);
   EXPECT_TRUE(options.fast);
   EXPECT_EQ(options.clockMilliseconds, -20);
@@ -87,7 +68,6 @@ TEST(DeviceOptionsText, EveryOptionIsRead) {
   EXPECT_EQ(options.cutAfter, 500u);
   EXPECT_EQ(options.cutHow, CutHow::kFinish);
   EXPECT_EQ(options.rubbishSeed, 77u);
-  EXPECT_EQ(options.recordFile, "out.json");
   EXPECT_TRUE(options.once);
   EXPECT_TRUE(options.verbose);
   EXPECT_FALSE(options.help);
@@ -136,14 +116,10 @@ std::unique_ptr<TestClient> ConnectTo(std::uint16_t port) {
   }
 }
 
-std::filesystem::path TemporaryFile(const std::string& name) {
-  return std::filesystem::temp_directory_path() /
-         ("corvalint-" + std::to_string(::getpid()) + "-" + name);
-}
-
 TEST(DeviceProgram, AnnouncesAlignsPlaysAndRecords) {
-  const std::filesystem::path songFile = TemporaryFile("song.mid");
-  const std::filesystem::path recordFile = TemporaryFile("record.json");
+  const harness::TempFolder folder;
+  const std::filesystem::path songFile = folder.Path() / "song.mid";
+  const std::filesystem::path recordFile = folder.Path() / "record.json";
   const std::string song(
       "MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\xc\0\x90\x3c\x64\x60\x3c\0\0\xff\x2f\0", 33);
   std::ofstream(songFile, std::ios::binary) << song;
@@ -188,8 +164,6 @@ TEST(DeviceProgram, AnnouncesAlignsPlaysAndRecords) {
     EXPECT_THAT(line, HasSubstr("_timing\",\"tags\":\"h\",\"arguments\":[5]}"));
   }
   EXPECT_EQ(lines, 4);
-  std::filesystem::remove(songFile);
-  std::filesystem::remove(recordFile);
 }
 
 TEST(DeviceProgram, ItsStatusTellsOfAViolation) {

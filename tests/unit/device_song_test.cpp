@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <smf.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +14,7 @@
 #include "device/player.h"
 #include "device/song.h"
 #include "device_test_client.h"
+#include "harness/temp_folder.h"
 
 namespace corvalint::device {
 namespace {
@@ -22,23 +22,16 @@ namespace {
 using ::testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
 
-// A folder of this test process, removed with all in it.
 class SongFiles : public ::testing::Test {
  protected:
-  SongFiles()
-      : folder(std::filesystem::temp_directory_path() /
-               ("corvalint-songs-" + std::to_string(::getpid()))) {
-    std::filesystem::create_directories(folder);
-  }
-  ~SongFiles() override { std::filesystem::remove_all(folder); }
-
   std::filesystem::path Write(const std::string& name, const std::string& content) {
     const std::filesystem::path path = folder / name;
     std::ofstream(path, std::ios::binary) << content;
     return path;
   }
 
-  std::filesystem::path folder;
+  const harness::TempFolder temp;
+  const std::filesystem::path folder = temp.Path();
 };
 
 std::string Chunk(const std::string& type, const std::string& content) {

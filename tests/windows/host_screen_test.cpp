@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "harness/temp_folder.h"
 #include "windows/support/host_tool.h"
 
 namespace corvalint::windows_test {

@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "harness/temp_folder.h"
 #include "windows/support/host_tool.h"
 
 namespace corvalint::windows_test {

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "device/descriptor.h"
+#include "harness/temp_folder.h"
 #include "timing/clock_scenes.h"
 #include "windows/support/bridge.h"
 #include "windows/support/observers.h"

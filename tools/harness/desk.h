@@ -10,6 +10,7 @@
 
 #include "harness/desk_control.h"
 #include "harness/host.h"
+#include "harness/temp_folder.h"
 #include "harness/wine_prefix.h"
 
 namespace corvalint::harness {

@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
@@ -73,17 +72,6 @@ fs::path Template() {
 }
 
 }  // namespace
-
-TempFolder::TempFolder() {
-  std::string name = (fs::temp_directory_path() / "corvalint-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
-  path = name;
-}
-
-TempFolder::~TempFolder() {
-  std::error_code ignored;  // a folder that stays behind harms nobody
-  fs::remove_all(path, ignored);
-}
 
 void MakeWinePrefix(const fs::path& folder, const RegistryValues& values) {
   const fs::path source = Template();

@@ -7,21 +7,6 @@
 
 namespace corvalint::harness {
 
-// A folder that is removed with everything in it at the end of its life.
-class TempFolder {
- public:
-  // Throws std::runtime_error if it cannot be made.
-  TempFolder();
-  ~TempFolder();
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-
-  const std::filesystem::path& Path() const { return path; }
-
- private:
-  std::filesystem::path path;
-};
-
 // String values under HKEY_LOCAL_MACHINE: {key, value name} to value. An empty value name makes the
 // key alone.
 using RegistryValues = std::map<std::pair<std::string, std::string>, std::string>;

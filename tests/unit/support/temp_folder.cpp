@@ -1,24 +1,13 @@
 #include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <system_error>
 
 namespace corvalint::test {
-
-TempFolder::TempFolder() : path(::testing::TempDir() + "corvalint_folder_XXXXXX") {
-  EXPECT_NE(mkdtemp(path.data()), nullptr) << "no temporary folder";
-}
-
-TempFolder::~TempFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path, ignored);
-}
 
 std::string TempFolder::Read(const std::string& name) const {
   std::ifstream file(PathOf(name), std::ios::binary);

@@ -4,16 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "harness/temp_folder.h"
+
 namespace corvalint::test {
 
-// An empty folder that goes away, with what is in it, at the end of its life.
+// An empty folder that goes away, with what is in it, at the end of its life. What goes wrong with
+// its files fails the test.
 class TempFolder {
  public:
-  TempFolder();
-  ~TempFolder();
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-
   const std::string& Path() const { return path; }
   std::string PathOf(const std::string& name) const { return path + "/" + name; }
 
@@ -24,7 +22,8 @@ class TempFolder {
   std::vector<std::string> Names() const;
 
  private:
-  std::string path;
+  const harness::TempFolder folder;
+  const std::string path = folder.Path().string();
 };
 
 }  // namespace corvalint::test
