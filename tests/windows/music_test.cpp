@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "device/song.h"
-#include "windows/support/bridge.h"
+#include "windows/support/two_playing_devices.h"
 
 namespace corvalint::windows_test {
 namespace {
@@ -39,13 +39,6 @@ testing::AssertionResult Same(const std::vector<Bytes>& received, const std::vec
                                      << ", the first difference is at " << mine - received.begin();
 }
 
-std::vector<Bytes> BytesOf(const std::vector<harness::Recorded>& recorded) {
-  std::vector<Bytes> list;
-  list.reserve(recorded.size());
-  for (const auto& message : recorded) list.push_back(message.bytes);
-  return list;
-}
-
 device::FrameBatch FramesOf(const std::vector<Bytes>& events, std::string_view name,
                             std::int32_t id) {
   device::FrameBatch batch;
@@ -63,54 +56,18 @@ std::map<std::int32_t, std::vector<Bytes>> MidiById(const PluggedDevice& plugged
   return lists;
 }
 
-class Music : public testing::TestWithParam<std::string> {
+class Music : public TwoPlayingDevices, public testing::WithParamInterface<std::string> {
  protected:
   static constexpr std::int32_t kAppId = 77;
 
   static void SetUpTestSuite() {
-    bridge = std::make_unique<Bridge>(std::vector<std::string>{"Keys"},
-                                      std::vector<std::string>{"Synth"});
-    a = bridge->Plug("device-a");
-    b = bridge->Plug("device-b");
-    keys = bridge->SwitchSourceOn("Keys");
-    synth = bridge->SwitchDestinationOn("Synth");
+    TwoPlayingDevices::SetUpTestSuite();
     port = a->PublishSource("App", kAppId).id;
-  }
-  static void TearDownTestSuite() {
-    b.reset();
-    a.reset();
-    bridge.reset();
-  }
-
-  void SetUp() override {
-    ASSERT_TRUE(a->Flush());
-    ASSERT_TRUE(b->Flush());
-    a->App().Record().Clear();
-    b->App().Record().Clear();
-    bridge->Control().ForgetRecorded();
-    bridge->Control().ClearCalls();
-  }
-  void TearDown() override {
-    EXPECT_THAT(a->App().Record().Violations(), IsEmpty());
-    EXPECT_THAT(b->App().Record().Violations(), IsEmpty());
-    EXPECT_THAT(bridge->Control().Violations(), IsEmpty());
   }
 
   const std::vector<Bytes> song = EventsOf(GetParam());
-  static std::unique_ptr<Bridge> bridge;
-  static std::unique_ptr<PluggedDevice> a;
-  static std::unique_ptr<PluggedDevice> b;
-  static std::int32_t keys;
-  static std::int32_t synth;
-  static int port;
+  inline static int port = 0;
 };
-
-std::unique_ptr<Bridge> Music::bridge;
-std::unique_ptr<PluggedDevice> Music::a;
-std::unique_ptr<PluggedDevice> Music::b;
-std::int32_t Music::keys = 0;
-std::int32_t Music::synth = 0;
-int Music::port = 0;
 
 TEST_P(Music, PlaysFromADeviceToADesktopOutput) {
   ASSERT_TRUE(a->App().SendBatch(FramesOf(song, "Synth", synth)));

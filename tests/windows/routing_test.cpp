@@ -6,8 +6,7 @@
 #include <algorithm>
 #include <set>
 
-#include "windows/support/bridge.h"
-#include "windows/support/observers.h"
+#include "windows/support/two_playing_devices.h"
 
 namespace corvalint::windows_test {
 namespace {
@@ -28,42 +27,9 @@ std::string LineOf(const device::OscMessage& message) {
          std::to_string(message.Argument<std::int32_t>(1));
 }
 
-class Routing : public testing::Test {
+class Routing : public TwoPlayingDevices {
  protected:
-  static void SetUpTestSuite() {
-    bridge = std::make_unique<Bridge>(std::vector<std::string>{"Keys"},
-                                      std::vector<std::string>{"Synth", "Idle"});
-    a = bridge->Plug("device-a");
-    b = bridge->Plug("device-b");
-    keys = bridge->SwitchSourceOn("Keys");
-    synth = bridge->SwitchDestinationOn("Synth");
-  }
-  static void TearDownTestSuite() {
-    b.reset();
-    a.reset();
-    bridge.reset();
-  }
-
-  void SetUp() override {
-    Settle();
-    a->App().Record().Clear();
-    b->App().Record().Clear();
-    bridge->Control().ForgetRecorded();
-    bridge->Control().ClearCalls();
-  }
-  void TearDown() override {
-    EXPECT_THAT(a->App().Record().Violations(), IsEmpty());
-    EXPECT_THAT(b->App().Record().Violations(), IsEmpty());
-    EXPECT_THAT(bridge->Control().Violations(), IsEmpty());
-  }
-
-  // All that the devices sent has been handled, and all that this sent to either has arrived.
-  static void Settle() {
-    for (int round = 0; round < 2; ++round) {
-      ASSERT_TRUE(a->Flush());
-      ASSERT_TRUE(b->Flush());
-    }
-  }
+  static void SetUpTestSuite() { Begin("Keys", {"Synth", "Idle"}); }
 
   // The four kinds of announcement that a device was sent, in order.
   static std::vector<std::string> Announcements(const PluggedDevice& plugged) {
@@ -80,11 +46,6 @@ class Routing : public testing::Test {
   static std::vector<Bytes> PortBytes(int port) {
     return BytesOf(bridge->Control().PortMessages(port));
   }
-  static std::vector<Bytes> BytesOf(const std::vector<harness::Recorded>& recorded) {
-    std::vector<Bytes> list;
-    for (const auto& message : recorded) list.push_back(message.bytes);
-    return list;
-  }
 
   // A desktop program plays into a port; returns when the library has handed on all of it.
   static void PlayInto(int port, const std::vector<Bytes>& messages) {
@@ -92,19 +53,7 @@ class Routing : public testing::Test {
     ASSERT_TRUE(result.has_value());
     ASSERT_EQ(result->delivered, messages.size());
   }
-
-  static std::unique_ptr<Bridge> bridge;
-  static std::unique_ptr<PluggedDevice> a;
-  static std::unique_ptr<PluggedDevice> b;
-  static std::int32_t keys;
-  static std::int32_t synth;
 };
-
-std::unique_ptr<Bridge> Routing::bridge;
-std::unique_ptr<PluggedDevice> Routing::a;
-std::unique_ptr<PluggedDevice> Routing::b;
-std::int32_t Routing::keys = 0;
-std::int32_t Routing::synth = 0;
 
 TEST_F(Routing, InputGoesToEveryDeviceWithOneTimeStamp) {
   bridge->Inject("Keys", {kNoteOn, kSysex, {0xC5, 0x07}});

@@ -15,21 +15,25 @@ namespace corvalint::windows_test {
 // A desk with two devices that stay. Each test uses endpoints of its own and withdraws them.
 class TwoDevices : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    bridge = std::make_unique<Bridge>(std::vector<std::string>{kKeys},
-                                      std::vector<std::string>{"Synth"});
+  static void SetUpTestSuite() { Begin(kKeys, {"Synth"}); }
+  static void TearDownTestSuite() {
+    ExpectNoViolations();
+    a.reset();
+    b.reset();
+    bridge.reset();
+  }
+
+  static void Begin(const std::string& input, const std::vector<std::string>& outputs) {
+    bridge = std::make_unique<Bridge>(std::vector<std::string>{input}, outputs);
     a = bridge->Plug("device-a");
     b = bridge->Plug("device-b");
     keys = bridge->GetHost().Sources().at(0).id;
     synth = bridge->GetHost().Destinations().at(0).id;
   }
-  static void TearDownTestSuite() {
+  static void ExpectNoViolations() {
     EXPECT_THAT(a->App().Record().Violations(), testing::IsEmpty());
     EXPECT_THAT(b->App().Record().Violations(), testing::IsEmpty());
     EXPECT_THAT(bridge->Control().Violations(), testing::IsEmpty());
-    a.reset();
-    b.reset();
-    bridge.reset();
   }
 
   void SetUp() override {
