@@ -9,7 +9,7 @@ from pathlib import Path
 import check_commands
 import check_links
 from command_table import By, NoTest, Run
-from documents import blocks_of, code_spans
+from documents import ARCHIVE_PAGE, blocks_of, code_spans, pages
 from shown_commands import commands_of
 
 PAGE = """# A page & more
@@ -73,6 +73,15 @@ class Links(unittest.TestCase):
                     ("/etc/hosts", False)):
                 with self.subTest(target):
                     self.assertEqual(check_links.complaint_about(page, target, root) is None, alive)
+
+
+    def test_the_page_of_the_archive_is_read_from_the_archives_root(self):
+        self.assertIn(ARCHIVE_PAGE, pages())
+        for target, alive in (("docs/host-guide.md#loops", True), ("#see-it", True),
+                              ("docs/host-guide.md#no-such-heading", False),
+                              ("#two-commands", False), ("host-guide.md", False)):
+            with self.subTest(target):
+                self.assertEqual(check_links.complaint_about(ARCHIVE_PAGE, target) is None, alive)
 
 
 class Commands(unittest.TestCase):

@@ -12,7 +12,7 @@ import sys
 import urllib.parse
 import xml.etree.ElementTree
 
-from documents import ROOT, blocks_of, pages, without_code_spans
+from documents import ARCHIVE_PAGE, ROOT, blocks_of, pages, without_code_spans
 
 WEB = re.compile(r"(?:https?|mailto):")
 TARGETS = (
@@ -49,10 +49,11 @@ def anchors_of(page):
 
 def complaint_about(path, target, root=ROOT):
     """Why a link of the page at `path` is dead, or nothing."""
+    folder = root if path == ARCHIVE_PAGE else path.parent
     if WEB.match(target):
         return None
     name, _, anchor = target.partition("#")
-    linked = (path.parent / urllib.parse.unquote(name)).resolve() if name else path
+    linked = (folder / urllib.parse.unquote(name)).resolve() if name else path
     if not linked.is_relative_to(root) or not linked.exists():
         return "there is no such file"
     if linked.relative_to(root).parts[:1] == ("build",):

@@ -12,7 +12,7 @@ import pathlib
 import re
 import sys
 
-from cpp_literals import Unreadable, without_blanks
+from cpp_literals import Unreadable, without_outer_blanks
 from printed_lines import lines_of_library
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -44,7 +44,7 @@ def lines_of_page(page):
             complaints.append(f"row {number} has not a line, where it appears, its cause and cure")
             continue
         for where in cells[1].split(", "):
-            line = (where, without_blanks(named.group(1)))
+            line = (where, without_outer_blanks(named.group(1)))
             if line in lines:
                 complaints.append(f"row {number} names for the second time: {told(line)}")
             lines.add(line)

@@ -36,7 +36,7 @@ class Sources(unittest.TestCase):
 
     def test_literals_are_read_as_the_compiler_reads_them(self):
         self.assertEqual(self.printed('LogInfo("one "\n        "two  \\"three\\"");'),
-                         {("log INFO", 'one two "three"')})
+                         {("log INFO", 'one two  "three"')})
         self.assertEqual(self.printed('ConsolePrint(on ? "yes" : "no");'),
                          {("console", "yes"), ("console", "no")})
         self.assertEqual(self.printed('// LogInfo("x");\n/* LogInfo("y"); */ names.Add("z");'), set())
@@ -79,6 +79,14 @@ class Page(unittest.TestCase):
         page = table(r"| `a \|\| %d` | console | c | d |")
         self.assertEqual(check_troubleshooting.complaints_about(page, written),
                          ["not on the page: 'b' (log INFO)"])
+
+    def test_blanks_inside_a_line_count_and_those_at_its_ends_do_not(self):
+        written = {("console", "failed  because %d")}
+        row = "| `%s` | console | c | d |"
+        self.assertEqual(
+            check_troubleshooting.complaints_about(table(row % "failed  because %d "), written), [])
+        self.assertEqual(
+            len(check_troubleshooting.complaints_about(table(row % "failed because %d"), written)), 2)
 
     def test_a_line_that_is_invented_or_in_the_wrong_place_is_told(self):
         page = table("| `a` | console, log INFO | c | d |", "| `b` | stderr | c | d |")

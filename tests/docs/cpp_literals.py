@@ -88,6 +88,6 @@ def is_called(tokens, index):
     return index + 1 < len(tokens) and tokens[index + 1].text == "("
 
 
-def without_blanks(text):
-    """The text as a page shows it: no line end, no blanks at its ends, single ones inside."""
-    return " ".join(text.split())
+def without_outer_blanks(text):
+    """The text as a page shows it: byte for byte, but for line ends and blanks at its ends."""
+    return text.strip()

@@ -4,7 +4,9 @@ import pathlib
 import re
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-FOLDERS = ("docs", "tools", "tests", "examples")  # besides the pages at the root itself
+FOLDERS = ("docs", "tools", "tests", "examples", "packaging")  # besides the root itself
+# The first page of the archive, whose folders are those of the repository: its links start there.
+ARCHIVE_PAGE = ROOT / "packaging" / "README.md"
 
 
 def pages():

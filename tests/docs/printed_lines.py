@@ -8,7 +8,7 @@ import pathlib
 import re
 
 from cpp_literals import (Unreadable, arguments_at, is_called, literals_in, tokens_of,
-                          without_blanks)
+                          without_outer_blanks)
 
 # Function: where its line appears, and which argument is the format.
 PRINTERS = {
@@ -99,7 +99,7 @@ def formats(arguments, position, here):
     texts = literals_in(arguments[position])
     if not texts:
         raise Unreadable(f"{here}: a line whose format is no literal")
-    return {without_blanks(text) for text in texts}
+    return {without_outer_blanks(text) for text in texts}
 
 
 def formatting_functions(source):
@@ -132,7 +132,7 @@ def texts_thrown(source, name, defaults):
             found = texts_passed_for(tokens, arguments[0][0].text)
         if not found:
             raise Unreadable(f"{here}: an exception whose text is not found")
-        texts |= {("text", without_blanks(text)) for text in found}
+        texts |= {("text", without_outer_blanks(text)) for text in found}
     return texts
 
 

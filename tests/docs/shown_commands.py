@@ -20,11 +20,6 @@ PROGRAM = re.compile(r"""
 VARIABLE = re.compile(r"[A-Z_]+=\S*")
 
 
-def pages_with_commands():
-    """All pages, and that of the archive, which is put there under another name."""
-    return [*pages(), ROOT / "packaging" / "README.md"]
-
-
 def without_remark(line):
     """The line without a prompt in front, and without what is said about it behind."""
     line = re.sub(r"^[$>] ", "", line.strip())
@@ -71,6 +66,6 @@ def commands_of(page):
 
 def shown_commands():
     """(page, line number, command) of all pages."""
-    for path in pages_with_commands():
+    for path in pages():
         for number, command in commands_of(path.read_text(encoding="utf-8")):
             yield path.relative_to(ROOT), number, command
