@@ -44,6 +44,8 @@ class BaseClientThread : public CThread,
   EndpointOwner& Owner() override { return midiManager; }
 
   const ClockAlignment& Clock() const { return clock; }
+  // What every packet of the device is said to come from.
+  const RemoteEndpoint& Endpoint() const { return remoteEndpoint; }
 
  protected:
   // Waits until `disconnected` is 1, so that a disconnect in progress can end, then releases the

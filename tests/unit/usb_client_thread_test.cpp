@@ -40,6 +40,13 @@ Lines Joined(std::vector<Lines> parts) {
   return all;
 }
 
+TEST_F(UsbClientThreadTest, ItsPacketsComeFromNoAddressAndTheDevicesPort) {
+  EXPECT_EQ(client->Endpoint().address, 0u);
+  EXPECT_EQ(client->Endpoint().port, 23451);
+  Depart();
+  client->Finalize();
+}
+
 // --- connecting
 
 TEST_F(UsbClientThreadTest, ADeviceThatCannotBeConnectedIsTriedAgain) {
