@@ -11,7 +11,7 @@ struct LocalTime {
   int year, month, day, hour, minute, second;
 };
 
-// Any thread.
+// Time. Any thread; nothing here can fail.
 struct ClockApi {
   // The high-resolution counter, in ticks; never runs backwards.
   std::int64_t (*counter)();
@@ -20,6 +20,7 @@ struct ClockApi {
   std::int64_t (*frequency)();
   // Blocks the calling thread for at least that many milliseconds.
   void (*sleep)(std::uint32_t milliseconds);
+  // The time of day where the user is.
   LocalTime (*localTime)();
 
   static const ClockApi& System();

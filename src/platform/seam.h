@@ -7,6 +7,11 @@ namespace corvalint {
 // Each header of this room that reaches the outside offers one table of functions (an `Api`). The
 // system's own table is `Api::System()`, defined once under windows/ and once under posix/; a test
 // installs another one for as long as it runs.
+//
+// What a further system must supply: a folder beside windows/ with one definition of `System()` for
+// each table here. Every entry must be set, serve any thread, throw nothing but std::bad_alloc and
+// keep what its comment says; a device library that the system does not have gets the table of
+// missing_libraries.h. src/CMakeLists.txt chooses the folder.
 
 template <class Api>
 inline std::atomic<const Api*> installedApi{nullptr};

@@ -6,7 +6,9 @@
 
 namespace corvalint {
 
-// A socket is a positive 32-bit number; 0 means none (the 0 that POSIX may hand out is never used).
+// TCP streams and what waits for sockets. A socket is a positive 32-bit number and belongs to
+// whoever has it, who closes it once; 0 means none (the 0 that POSIX may hand out is never used).
+// Any thread; what may not be done at the same time as what is said at the function.
 
 enum class SocketError { none, wouldBlock, interrupted, other };
 
@@ -31,17 +33,20 @@ struct SocketApi {
   int (*receive)(int socket, void* data, int size);
   // Bytes taken, which may be fewer than `size`, or -1. Never raises a signal.
   int (*send)(int socket, const void* data, int size);
+  // From then on no call but `wait` blocks. 0, or -1 on failure, as for the next three.
   int (*setNonBlocking)(int socket);
   // Small frames go out at once instead of waiting for an acknowledgement.
   int (*setNoDelay)(int socket);
   // Ends both directions; wakes whoever waits for the socket.
   int (*shutdown)(int socket);
+  // Gives the number back; no thread may be inside a call with it.
   int (*close)(int socket);
-  // Why the calling thread's last call failed.
+  // Why the calling thread's last call failed; undefined after one that did not.
   SocketError (*lastError)();
 
   // A waker lets another thread end a `wait`. 0 when none could be made. A signal given before the
-  // wait begins ends it at once; several signals before a wait count as one.
+  // wait begins ends it at once; several signals before a wait count as one. Whoever opened a waker
+  // closes it, while nobody waits with it or wakes it.
   int (*openWaker)();
   void (*wake)(int waker);
   void (*closeWaker)(int waker);

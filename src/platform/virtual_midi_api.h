@@ -10,7 +10,8 @@ namespace corvalint {
 
 using VirtualMidiHandle = void*;
 
-// Called on the driver's own thread with bytes that a desktop program wrote into the port.
+// Called on the driver's own thread with bytes that a desktop program wrote into the port; `data`
+// is valid during the call. No exception may leave it.
 using VirtualMidiCallback = void (*)(VirtualMidiHandle port, std::uint8_t* data,
                                      std::uint32_t length, std::uintptr_t instance);
 
@@ -18,7 +19,8 @@ using VirtualMidiCallback = void (*)(VirtualMidiHandle port, std::uint8_t* data,
 inline constexpr std::uint32_t kVirtualMidiParseReceived = 1;
 
 // The functions used, with the arguments of the real ones. Where the driver is missing, no port can
-// be created and nothing is sent.
+// be created and nothing is sent. Any thread; a port belongs to whoever made it, who closes it
+// once.
 struct VirtualMidiApi {
   // `name` ends in a zero unit. Null when the port could not be made, e.g. because its name is
   // taken.
@@ -28,7 +30,7 @@ struct VirtualMidiApi {
   // Non-zero when the driver took the bytes.
   std::int32_t (*virtualMIDISendData)(VirtualMidiHandle port, const std::uint8_t* data,
                                       std::uint32_t length);
-  // Waits for a callback in progress.
+  // Waits for a callback in progress; hold nothing that the callback takes.
   void (*virtualMIDIClosePort)(VirtualMidiHandle port);
 
   static const VirtualMidiApi& System();

@@ -67,10 +67,14 @@ struct MidiOutCaps {
 
 static_assert(sizeof(MidiHeader) == 112 && sizeof(MidiInCaps) == 44 && sizeof(MidiOutCaps) == 52);
 
+// Called on a thread of winmm or of a driver for what an open input device receives, and during
+// midiInReset for the buffers that it gives back. No exception may leave it.
 using MidiInCallback = void (*)(MidiInHandle handle, std::uint32_t message, std::uintptr_t instance,
                                 std::uintptr_t parameter1, std::uintptr_t parameter2);
 
-// The functions used, with the arguments of the real ones. Without winmm there are no devices.
+// The functions used, with the arguments of the real ones. Without winmm there are no devices. Any
+// thread; a result is kMidiNoError or one of winmm's codes, and a handle belongs to whoever opened
+// it. A close or reset waits for a callback in progress: hold nothing that the callback takes.
 struct WinMidiApi {
   std::uint32_t (*midiInGetNumDevs)();
   MidiResult (*midiInGetDevCapsA)(std::uintptr_t device, MidiInCaps* caps, std::uint32_t size);
