@@ -119,7 +119,6 @@ void VirtualMidiPort::AddRecord(EndpointKind kind, std::string recordName, std::
   record->name = std::move(recordName);
   record->deviceKey = std::move(recordKey);
   record->endpointId = id;
-  if (kind == EndpointKind::destination) record->delegate = this;
 
   CriticalSectionScope hold(lock);
   auto& place = kind == EndpointKind::source ? sourceRecord : destinationRecord;
@@ -166,9 +165,9 @@ void virtualMidiDataCallback(VirtualMidiHandle /*handle*/, std::uint8_t* data, s
   const std::shared_ptr<VirtualMidiPort> port = TheLivePorts().Find(instance);
   if (port == nullptr) return;
   const auto record = port->Record(EndpointKind::destination);
-  if (record == nullptr || !record->enabled || record->delegate == nullptr) return;
-  record->delegate->MidiReceived(data, length, record->name, record->endpointId, record->secondWord,
-                                 HostTimeNanoseconds(), record->deviceKey);
+  if (record == nullptr || !record->enabled) return;
+  port->MidiReceived(data, length, record->name, record->endpointId, record->secondWord,
+                     HostTimeNanoseconds(), record->deviceKey);
 } catch (const std::exception& failure) {
   // The driver's frames above this one know no exceptions.
   LogError("MIDI from a published port dropped: %s", failure.what());

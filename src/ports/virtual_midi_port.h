@@ -23,7 +23,6 @@ struct VirtualMidiEndpointRecord {
   std::string deviceKey;
   std::uint32_t endpointId = 0;
   std::uint32_t secondWord = 0;
-  VirtualMidiDestinationDelegate* delegate = nullptr;  // the port; destination records only
 };
 
 // The name under which the desktop sees a port: at most 31 bytes, longer names cut after 29 and
@@ -74,6 +73,7 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
   const std::string nameOnDesktop;  // as winmm's ANSI calls return it
   DesktopNames& names;
   const std::uintptr_t instance;  // what the driver gives back to the callback
+  std::atomic<VirtualMidiHandle> portHandle{nullptr};
 
   // Leaf: the callback takes shares of what it needs under it.
   mutable CriticalSection lock;
@@ -82,7 +82,6 @@ class VirtualMidiPort final : public VirtualMidiDestinationDelegate {
   // Replaced, never changed, so that a callback can keep it without a copy.
   std::shared_ptr<const std::string> deviceKey CORVALINT_GUARDED_BY(lock);
   VirtualMidiDestinationDelegate* delegate CORVALINT_GUARDED_BY(lock) = nullptr;
-  std::atomic<VirtualMidiHandle> portHandle{nullptr};
 
   // Leaf: held around one call of the driver, so that nothing is sent into a closed port.
   CriticalSection sendLock;
