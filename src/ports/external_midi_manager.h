@@ -68,7 +68,7 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
                     std::uint32_t id, std::uint32_t secondWord, std::int64_t timestamp,
                     const std::string& key) override;
 
-  // Set while the device is away.
+  // Set while the device is away. For whoever looks on; nothing here acts on it, the ports stay.
   std::atomic<bool> deviceDisconnected{false};
 
  private:

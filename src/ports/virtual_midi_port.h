@@ -20,9 +20,9 @@ struct VirtualMidiEndpointRecord {
   VirtualMidiHandle portHandle = nullptr;
   std::atomic<bool> enabled{true};
   std::string name;
-  std::string deviceKey;
+  std::string deviceKey;  // handed to the delegate's call, where the port's own key replaces it
   std::uint32_t endpointId = 0;
-  std::uint32_t secondWord = 0;
+  std::uint32_t secondWord = 0;  // goes with the id, never set; nothing here reads it
 };
 
 // The name under which the desktop sees a port: at most 31 bytes, longer names cut after 29 and

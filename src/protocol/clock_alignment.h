@@ -8,9 +8,9 @@ namespace corvalint {
 // the device chooses its times and the host's clock wraps by itself. It survives reconnections. For
 // the client's own thread.
 struct ClockAlignment {
-  std::int64_t lastDeviceTime = 0;
+  std::int64_t lastDeviceTime = 0;   // what the device sent last; for whoever looks on
   std::int64_t clockOffset = 0;      // smoothed host time minus device time
-  std::int64_t clockOffsetCopy = 0;  // the twice-smoothed offset, as midiTimeOffset
+  std::int64_t clockOffsetCopy = 0;  // as midiTimeOffset; for whoever looks on
   std::int64_t midiTimeOffset = 0;   // added to the device's time stamps of relayed MIDI
   double driftRatio = 1.0;
   std::int64_t initHostTime = 0;

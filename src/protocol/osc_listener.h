@@ -9,7 +9,8 @@
 
 namespace corvalint {
 
-// Where a packet came from, as it is handed along with it.
+// Where a packet came from, as it is handed along with it. Nothing here asks for it, since a
+// device's stream has one sender; a listener to datagrams would.
 struct RemoteEndpoint {
   std::uint32_t address = 0;
   std::uint16_t port = 0;

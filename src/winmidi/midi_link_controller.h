@@ -32,6 +32,7 @@ class MidiLinkController final : public ExternalMidiManagerDelegate, public Midi
   MidiEndpointRegistry& Registry() { return registry; }
 
  private:
+  // Whose delegate it is. Its own operations need nothing of it.
   MidiEndpointRegistry& registry;
 };
 
