@@ -55,12 +55,12 @@ struct MidiSourceEndpoint : MidiEndpoint {
   explicit MidiSourceEndpoint(MidiEndpointRegistry& owner)
       : buffers(std::make_unique<MidiInputBuffers>()), registry(owner) {}
 
-  // Replaced under the device lock and the registry's lock, one of which its users hold. Null after
-  // a driver has kept them, until the next open; `closing` is set as long.
+  // Replaced under the device lock and the registry's `bufferQueueLock`, one of which its users
+  // hold. Null after a driver has kept them, until the next open; `closing` is set as long.
   std::unique_ptr<MidiInputBuffers> buffers;
   MidiEndpointRegistry& registry;
   // Set before the device is stopped, so that the callback queues no buffer again. Written under
-  // the registry's lock, which the callback holds while it queues.
+  // `bufferQueueLock`, which the callback holds while it queues.
   std::atomic<bool> closing{false};
 };
 

@@ -57,8 +57,8 @@ void MarkUnavailable(MidiEndpoint& endpoint) {
 
 }  // namespace
 
-MidiEndpointRegistry::MidiEndpointRegistry() : lock(kLockSpinCount) {
-  if (!lock.Initialised()) ConsolePrint("could not create _mutex\n");
+MidiEndpointRegistry::MidiEndpointRegistry() : bufferQueueLock(kLockSpinCount) {
+  if (!bufferQueueLock.Initialised()) ConsolePrint("could not create _mutex\n");
 }
 
 std::vector<MidiSourcePointer> MidiEndpointRegistry::Sources() const {

@@ -19,8 +19,8 @@ using MidiDestinationPointer = std::shared_ptr<MidiDestinationEndpoint>;
 // input devices, destinations are output devices. Lives until the process ends.
 class MidiEndpointRegistry {
  public:
-  // Prints "could not create _mutex\n" when the lock cannot be had as wanted; it works all the
-  // same.
+  // Prints "could not create _mutex\n" when the lock of the buffers' queues cannot be had as
+  // wanted; it works all the same.
   MidiEndpointRegistry();
 
   // Shares of the lists as they are now. Any thread.
@@ -55,7 +55,7 @@ class MidiEndpointRegistry {
   // by a holder of `clientLock` or `midiLock`, so its holder may wait for a callback's end.
   CriticalSection deviceLock;
   // Guards the queuing of input buffers, in the callback, against a close. Held around one call.
-  CriticalSection lock;
+  CriticalSection bufferQueueLock;
   // The controller, once the first device connection has made it.
   std::atomic<MidiDelegate*> delegate{nullptr};
 

@@ -55,7 +55,7 @@ MidiResult RetryClose(MidiInHandle handle, MidiInputBuffers& buffers, MidiResult
 void Abandon(MidiEndpointRegistry& registry, const MidiSourcePointer& source) noexcept {
   std::unique_ptr<MidiInputBuffers> buffers;
   {
-    CriticalSectionScope hold(registry.lock);
+    CriticalSectionScope hold(registry.bufferQueueLock);
     buffers.swap(source->buffers);
   }
   buffers->usedBy = source;
@@ -67,7 +67,7 @@ void Abandon(MidiEndpointRegistry& registry, const MidiSourcePointer& source) no
 bool HasBuffers(MidiEndpointRegistry& registry, MidiSourceEndpoint& source) try {
   if (source.buffers != nullptr) return true;
   auto buffers = std::make_unique<MidiInputBuffers>();
-  CriticalSectionScope hold(registry.lock);
+  CriticalSectionScope hold(registry.bufferQueueLock);
   source.buffers = std::move(buffers);
   return true;
 } catch (const std::bad_alloc&) {
@@ -76,7 +76,7 @@ bool HasBuffers(MidiEndpointRegistry& registry, MidiSourceEndpoint& source) try 
 }
 
 void SetClosing(MidiEndpointRegistry& registry, MidiSourceEndpoint& source, bool closing) {
-  CriticalSectionScope hold(registry.lock);
+  CriticalSectionScope hold(registry.bufferQueueLock);
   source.closing = closing;
 }
 
@@ -119,7 +119,7 @@ void ShortMessageReceived(MidiSourceEndpoint& source, std::uintptr_t packed) {
 // is being closed.
 void QueueAgain(MidiInHandle handle, MidiSourceEndpoint& source, const MidiHeader& returned) {
   const std::size_t number = returned.user;
-  CriticalSectionScope hold(source.registry.lock);
+  CriticalSectionScope hold(source.registry.bufferQueueLock);
   if (source.closing || number >= kInputBufferCount) return;
   MidiHeader& header = source.buffers->headers[number];
   if (&header != &returned) return;  // a buffer that was abandoned

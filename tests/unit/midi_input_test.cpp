@@ -137,16 +137,18 @@ TEST_F(MidiInput, OtherMessagesAreIgnored) {
 // The registry's lock keeps a close and the queuing apart, and is held for nothing else: a close
 // that waits for this callback would wait for ever.
 TEST_F(MidiInput, TheRegistrysLockIsHeldForTheQueuingOnly) {
-  delegate.WhenReceiving([this] { EXPECT_EQ(registry.lock.HoldsOfThisThread(), 0u); });
+  delegate.WhenReceiving([this] { EXPECT_EQ(registry.bufferQueueLock.HoldsOfThisThread(), 0u); });
   std::vector<std::uint32_t> holds;
-  winmm.WhenCalled("midiInAddBuffer", [&] { holds.push_back(registry.lock.HoldsOfThisThread()); });
+  winmm.WhenCalled("midiInAddBuffer",
+                   [&] { holds.push_back(registry.bufferQueueLock.HoldsOfThisThread()); });
   for (const char* function : {"midiInStop", "midiInReset", "midiInClose"}) {
-    winmm.WhenCalled(function, [this] { EXPECT_EQ(registry.lock.HoldsOfThisThread(), 0u); });
+    winmm.WhenCalled(function,
+                     [this] { EXPECT_EQ(registry.bufferQueueLock.HoldsOfThisThread(), 0u); });
   }
   EXPECT_TRUE(winmm.PlayLong("Keys", {0xF0, 0xF7}));
   EXPECT_THAT(holds, ElementsAre(1u));
   Close(keys, false);
-  EXPECT_EQ(registry.lock.HoldsOfThisThread(), 0u);
+  EXPECT_EQ(registry.bufferQueueLock.HoldsOfThisThread(), 0u);
   winmm.TakeCalls();
 }
 

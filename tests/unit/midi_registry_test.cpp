@@ -55,7 +55,7 @@ TEST_F(MidiRegistry, SaysThatItsLockWasRefusedAndWorksAllTheSame) {
     MidiEndpointRegistry refused;
     EXPECT_EQ(Printed(), "could not create _mutex\n");
     EXPECT_THAT(spinCounts, ::testing::Contains(1024u));
-    CriticalSectionScope hold(refused.lock);
+    CriticalSectionScope hold(refused.bufferQueueLock);
     EXPECT_EQ(refused.SourceCount(), 0);
   }
   Install<MutexApi>(nullptr);
