@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "clients/route_changes.h"
 #include "service/console.h"
 #include "service/immortal.h"
 #include "winmidi/midi_destination.h"
@@ -30,6 +31,16 @@ typename List::value_type WithId(const List& list, std::int32_t id) {
     if (endpoint->uniqueId == id) return endpoint;
   }
   return nullptr;
+}
+
+// `vanished` has room for all of them.
+template <class List>
+void MoveVanished(List& list, List& vanished) {
+  for (auto i = list.size(); i-- > 0;) {
+    if (list[i]->found) continue;
+    vanished.push_back(list[i]);
+    list.erase(list.begin() + static_cast<std::ptrdiff_t>(i));
+  }
 }
 
 // Devices come and go between scans, and winmm's numbers move with them. When their count has
@@ -140,6 +151,24 @@ void MidiEndpointRegistry::ToggleDestination(std::int32_t id) {
   } else {
     MarkUnavailable(*destination);
   }
+}
+
+void MidiEndpointRegistry::Append(MidiSourcePointer source) {
+  sources.push_back(std::move(source));
+}
+
+void MidiEndpointRegistry::Append(MidiDestinationPointer destination) {
+  destinations.push_back(std::move(destination));
+  routeChanges.Note();
+}
+
+void MidiEndpointRegistry::TakeVanished(std::vector<MidiDestinationPointer>& lostDestinations,
+                                        std::vector<MidiSourcePointer>& lostSources) {
+  lostDestinations.reserve(destinations.size());
+  lostSources.reserve(sources.size());
+  MoveVanished(destinations, lostDestinations);
+  if (!lostDestinations.empty()) routeChanges.Note();
+  MoveVanished(sources, lostSources);
 }
 
 void MidiEndpointRegistry::KeepForever(std::unique_ptr<MidiInputBuffers> buffers) noexcept {

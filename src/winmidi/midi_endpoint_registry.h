@@ -47,6 +47,14 @@ class MidiEndpointRegistry {
   void ToggleSource(std::int32_t id) CORVALINT_EXCLUDES(deviceLock);
   void ToggleDestination(std::int32_t id) CORVALINT_EXCLUDES(deviceLock);
 
+  // What changes the lists. A change of the destinations is noted in `routeChanges`.
+  void Append(MidiSourcePointer source) CORVALINT_REQUIRES(listLock);
+  void Append(MidiDestinationPointer destination) CORVALINT_REQUIRES(listLock);
+  // Takes the endpoints that the running scan has not found out of their lists, the last one first.
+  // All of them or, when memory is short, none: one that got lost here would leave its device open.
+  void TakeVanished(std::vector<MidiDestinationPointer>& lostDestinations,
+                    std::vector<MidiSourcePointer>& lostSources) CORVALINT_REQUIRES(listLock);
+
   // Keeps buffers that a driver did not give back for ever, and the source that they name: a leak
   // instead of a corruption. Needs no memory.
   void KeepForever(std::unique_ptr<MidiInputBuffers> buffers) noexcept CORVALINT_EXCLUDES(listLock);
@@ -59,8 +67,8 @@ class MidiEndpointRegistry {
   // The controller, once the first device connection has made it.
   std::atomic<MidiDelegate*> delegate{nullptr};
 
-  // Leaf: guards the two lists and what is kept for ever. Whoever changes the destinations notes it
-  // in `routeChanges`.
+  // Leaf: guards the two lists and what is kept for ever. The scan marks what it finds in the lists
+  // and changes them by the operations above.
   mutable CriticalSection listLock;
   std::vector<MidiSourcePointer> sources CORVALINT_GUARDED_BY(listLock);
   std::vector<MidiDestinationPointer> destinations CORVALINT_GUARDED_BY(listLock);

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "clients/route_changes.h"
 #include "clients/usb_server.h"
 #include "service/console.h"
 #include "service/host_time.h"
@@ -105,8 +104,7 @@ void MatchOutputs(MidiEndpointRegistry& registry, const std::vector<DesktopDevic
     const auto destination = std::make_shared<MidiDestinationEndpoint>();
     Fill(*destination, device);
     destination->uniqueId = NewDestinationId(device.index);
-    registry.destinations.push_back(destination);
-    routeChanges.Note();
+    registry.Append(destination);
     lines.Add("found destination with unique_id: %d || %s\n", destination->uniqueId,
               device.name.c_str());
   }
@@ -125,18 +123,7 @@ void MatchInputs(MidiEndpointRegistry& registry, const std::vector<DesktopDevice
     Fill(*source, device);
     source->uniqueId = NewSourceId(device.index);
     lines.Add("found source with unique_id: %d || %s\n", source->uniqueId, device.name.c_str());
-    registry.sources.push_back(source);
-  }
-}
-
-// Takes the records that were not found out of the list, the last one first. `vanished` has room
-// for all of them: one that was taken out and then lost would leave its device open.
-template <class List>
-void TakeVanished(List& list, List& vanished) {
-  for (auto i = list.size(); i-- > 0;) {
-    if (list[i]->found) continue;
-    vanished.push_back(list[i]);
-    list.erase(list.begin() + static_cast<std::ptrdiff_t>(i));
+    registry.Append(source);
   }
 }
 
@@ -191,11 +178,7 @@ void Scan(MidiEndpointRegistry& registry, UsbServer& server, CriticalSection& mi
     ClearFound(registry);
     MatchOutputs(registry, devices.outputs, lines);
     MatchInputs(registry, devices.inputs, lines);
-    lostDestinations.reserve(registry.destinations.size());
-    lostSources.reserve(registry.sources.size());
-    TakeVanished(registry.destinations, lostDestinations);
-    if (!lostDestinations.empty()) routeChanges.Note();
-    TakeVanished(registry.sources, lostSources);
+    registry.TakeVanished(lostDestinations, lostSources);
   }
   lines.Print();
 

@@ -226,7 +226,7 @@ TEST_F(MidiLink, TheOneControllerBecomesTheDelegateAndAnnouncesOnce) {
   synth->uniqueId = 9;
   {
     CriticalSectionScope hold(own.listLock);
-    own.destinations.push_back(synth);
+    own.Append(synth);
   }
   winmm.SetOutputs({"Synth"});
   own.ToggleDestination(9);

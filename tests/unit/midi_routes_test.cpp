@@ -33,8 +33,7 @@ class MidiRoutesTest : public test::ExternalMidiManagerTest {
     destination->uniqueId = id;
     MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
     CriticalSectionScope hold(registry.listLock);
-    registry.destinations.push_back(destination);
-    routeChanges.Note();
+    registry.Append(destination);
     return destination;
   }
 

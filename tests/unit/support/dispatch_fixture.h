@@ -55,8 +55,7 @@ class DispatchFixture : public testing::Test {
     destination->uniqueId = id;
     MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
     CriticalSectionScope hold(registry.listLock);
-    registry.destinations.push_back(destination);
-    routeChanges.Note();
+    registry.Append(destination);
   }
 
   void Take(const std::string& packet) {

@@ -24,14 +24,14 @@ class EndpointExportsTest : public testing::Test {
     const auto source = std::make_shared<MidiSourceEndpoint>(GetMidiEndpointRegistry());
     Fill(*source, name, id);
     CriticalSectionScope hold(GetMidiEndpointRegistry().listLock);
-    GetMidiEndpointRegistry().sources.push_back(source);
+    GetMidiEndpointRegistry().Append(source);
     return *source;
   }
   static MidiEndpoint& AddDestination(const std::string& name, std::int32_t id) {
     const auto destination = std::make_shared<MidiDestinationEndpoint>();
     Fill(*destination, name, id);
     CriticalSectionScope hold(GetMidiEndpointRegistry().listLock);
-    GetMidiEndpointRegistry().destinations.push_back(destination);
+    GetMidiEndpointRegistry().Append(destination);
     return *destination;
   }
 

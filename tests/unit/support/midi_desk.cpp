@@ -128,7 +128,7 @@ MidiSourcePointer MidiDesk::AddSource(const std::string& name, std::uint32_t num
   source->deviceIndex = number;
   source->uniqueId = id;
   CriticalSectionScope hold(registry.listLock);
-  registry.sources.push_back(source);
+  registry.Append(source);
   return source;
 }
 
@@ -139,7 +139,7 @@ MidiDestinationPointer MidiDesk::AddDestination(const std::string& name, std::ui
   destination->deviceIndex = number;
   destination->uniqueId = id;
   CriticalSectionScope hold(registry.listLock);
-  registry.destinations.push_back(destination);
+  registry.Append(destination);
   return destination;
 }
 
