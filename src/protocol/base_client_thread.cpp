@@ -153,8 +153,12 @@ void BaseClientThread::ParsePacket(const char* packet, std::uint32_t length) {
   try {
     ProcessPacket(packet, length, remoteEndpoint);
   } catch (const std::exception& failure) {
-    ConsolePrint("Error parsing message: %s\n", failure.what());
+    PrintParsingError(failure);
   }
+}
+
+void BaseClientThread::PrintParsingError(const std::exception& failure) {
+  ConsolePrint("Error parsing message: %s\n", failure.what());
 }
 
 // %lu shows the low 32 bits of a time tag on Windows, where it always did.

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 
 #include "clients/usb_server.h"
@@ -85,6 +85,7 @@ class BaseClientThread : public CThread,
   int ReceiveMore(std::size_t count);
   void MakeRoom(std::size_t count);
   void ParsePacket(const char* packet, std::uint32_t length);
+  static void PrintParsingError(const std::exception& failure);
 
   void Dispatch(const osc::ReceivedMessage& message, std::int64_t now);
   bool OscPortMessage(const osc::ReceivedMessage& message, OscArguments& arguments);

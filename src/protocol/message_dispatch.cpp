@@ -47,9 +47,9 @@ void BaseClientThread::ProcessMessage(const osc::ReceivedMessage& message,
   try {
     Dispatch(message, now);
   } catch (const osc::MissingArgumentException& failure) {
-    ConsolePrint("Error parsing message: %s\n", failure.what());
+    PrintParsingError(failure);
   } catch (const osc::WrongArgumentTypeException& failure) {
-    ConsolePrint("Error parsing message: %s\n", failure.what());
+    PrintParsingError(failure);
   }
 }
 

@@ -167,6 +167,15 @@ void WriteLine(Log& log, int level, const char* format, va_list arguments) {
   if (OverLimit(log.byteCount)) Rotate(log);
 }
 
+// Null, and a complaint, without a log.
+Log* LogOrComplaint(int level) {
+  Log* const log = theLog.load();
+  if (log == nullptr) {
+    ConsolePrint(level == kLogInfo ? "BUG: log not initialized!\n" : "BUG: log not initialized!");
+  }
+  return log;
+}
+
 }  // namespace
 
 void LogInit(const char* path) {
@@ -209,8 +218,8 @@ void LogWrite(int level, const char* format, ...) {
 }
 
 void LogError(const char* format, ...) {
-  Log* log = theLog.load();
-  if (log == nullptr) return ConsolePrint("BUG: log not initialized!");
+  Log* const log = LogOrComplaint(kLogError);
+  if (log == nullptr) return;
   va_list arguments;
   va_start(arguments, format);
   WriteLine(*log, kLogError, format, arguments);
@@ -218,8 +227,8 @@ void LogError(const char* format, ...) {
 }
 
 void LogInfo(const char* format, ...) {
-  Log* log = theLog.load();
-  if (log == nullptr) return ConsolePrint("BUG: log not initialized!\n");
+  Log* const log = LogOrComplaint(kLogInfo);
+  if (log == nullptr) return;
   va_list arguments;
   va_start(arguments, format);
   WriteLine(*log, kLogInfo, format, arguments);
@@ -227,8 +236,8 @@ void LogInfo(const char* format, ...) {
 }
 
 void LogDebug(const char* format, ...) {
-  Log* log = theLog.load();
-  if (log == nullptr) return ConsolePrint("BUG: log not initialized!");
+  Log* const log = LogOrComplaint(kLogDebug);
+  if (log == nullptr) return;
   va_list arguments;
   va_start(arguments, format);
   WriteLine(*log, kLogDebug, format, arguments);
