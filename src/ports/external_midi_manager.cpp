@@ -8,10 +8,8 @@
 
 namespace corvalint {
 
-namespace {
-
 // Makes a driver port and closes it again, with no lock held, if nobody takes it over.
-class UnclaimedPort {
+class ExternalMidiManager::UnclaimedPort {
  public:
   UnclaimedPort() = default;
   ~UnclaimedPort() {
@@ -20,8 +18,8 @@ class UnclaimedPort {
   UnclaimedPort(const UnclaimedPort&) = delete;
   UnclaimedPort& operator=(const UnclaimedPort&) = delete;
 
-  void Make(const std::string& name, DesktopNames& names) {
-    port = VirtualMidiPort::Create(name, names);
+  void Make(const std::string& name, DesktopNames& desktopNames) {
+    port = VirtualMidiPort::Create(name, desktopNames);
   }
   const std::shared_ptr<VirtualMidiPort>& Get() const { return port; }
   void Claimed() { port.reset(); }
@@ -29,8 +27,6 @@ class UnclaimedPort {
  private:
   std::shared_ptr<VirtualMidiPort> port;
 };
-
-}  // namespace
 
 ExternalMidiManager::ExternalMidiManager(UsbServer& usbServer, CriticalSection& lock,
                                          DesktopNames& desktopNames)
@@ -46,25 +42,32 @@ void ExternalMidiManager::AddRemoteDestination(const std::string& name, std::uin
 
 // The driver makes a port with no lock held, since played notes wait for both; afterwards the
 // tables are looked at again, as a second stream of the same device may have been faster.
-// `clientLock` is kept over the change and its announcement: a removal cannot be told before the
-// addition.
 void ExternalMidiManager::AddRemote(EndpointKind kind, Announcement what, const std::string& name,
                                     std::uint32_t id) {
   UnclaimedPort newPort;
-  for (;;) {
-    {
-      CriticalSectionScope holdClients(server.clientLock);
-      const Attachment result = Attach(kind, name, id, newPort.Get());
-      if (result == Attachment::idKnown) return;
-      if (result != Attachment::needsPort) {
-        if (result == Attachment::toNewPort) newPort.Claimed();
-        server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
-        break;
-      }
-    }
+  Attachment result = Publish(kind, what, name, id, newPort);
+  if (result == Attachment::needsPort) {
     newPort.Make(name, names);
+    result = Publish(kind, what, name, id, newPort);
   }
+  if (result == Attachment::idKnown) return;
   PrintAnnounced(what, name, static_cast<std::int32_t>(id));
+}
+
+// `clientLock` is kept over the change and its announcement: a removal cannot be told before the
+// addition.
+ExternalMidiManager::Attachment ExternalMidiManager::Publish(EndpointKind kind, Announcement what,
+                                                             const std::string& name,
+                                                             std::uint32_t id,
+                                                             UnclaimedPort& newPort) {
+  CriticalSectionScope holdClients(server.clientLock);
+  const Attachment result = Attach(kind, name, id, newPort.Get());
+  // The table has the port by now, and keeps it when the announcement throws.
+  if (result == Attachment::toNewPort) newPort.Claimed();
+  if (result == Attachment::toNewPort || result == Attachment::toExistingPort) {
+    server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
+  }
+  return result;
 }
 
 ExternalMidiManager::Attachment ExternalMidiManager::Attach(EndpointKind kind,

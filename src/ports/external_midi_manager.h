@@ -77,7 +77,11 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
   // What became of a new endpoint.
   enum class Attachment { idKnown, toExistingPort, toNewPort, needsPort };
 
+  class UnclaimedPort;
+
   void AddRemote(EndpointKind kind, Announcement what, const std::string& name, std::uint32_t id);
+  Attachment Publish(EndpointKind kind, Announcement what, const std::string& name,
+                     std::uint32_t id, UnclaimedPort& newPort) CORVALINT_EXCLUDES(midiLock);
   Attachment Attach(EndpointKind kind, const std::string& name, std::uint32_t id,
                     const PortPointer& newPort) CORVALINT_EXCLUDES(midiLock);
   bool AttachToExistingPort(EndpointKind kind, const std::string& name, std::uint32_t id)
