@@ -6,6 +6,7 @@
 #include <string>
 
 #include "clients/device_client.h"
+#include "clients/endpoint_owner.h"
 #include "clients/packet_buffer.h"
 
 namespace corvalint {
@@ -17,6 +18,16 @@ enum class Announcement {
   removeRemoteSource,
   removeRemoteDestination
 };
+
+// How an endpoint of that kind is announced, when it comes and when it goes.
+constexpr Announcement AdditionOf(EndpointKind kind) {
+  return kind == EndpointKind::source ? Announcement::addRemoteSource
+                                      : Announcement::addRemoteDestination;
+}
+constexpr Announcement RemovalOf(EndpointKind kind) {
+  return kind == EndpointKind::source ? Announcement::removeRemoteSource
+                                      : Announcement::removeRemoteDestination;
+}
 
 // One finished announcement: string endpoint name, int32 id. The constructor throws
 // osc::OutOfBufferMemoryException for a name that does not fit 4096 bytes.

@@ -87,28 +87,30 @@ void UsbServer::Announce(Announcement what, const std::string& name, std::int32_
   }
 }
 
+void UsbServer::AnnounceAndPrint(Announcement what, const std::string& name, std::int32_t id,
+                                 const std::string& ownerKey) {
+  Announce(what, name, id, ownerKey);
+  PrintAnnounced(what, name, id);
+}
+
 void UsbServer::SendAddRemoteSource(const std::string& name, std::int32_t id,
                                     const std::string& ownerKey) {
-  Announce(Announcement::addRemoteSource, name, id, ownerKey);
-  PrintAnnounced(Announcement::addRemoteSource, name, id);
+  AnnounceAndPrint(Announcement::addRemoteSource, name, id, ownerKey);
 }
 
 void UsbServer::SendAddRemoteDestination(const std::string& name, std::int32_t id,
                                          const std::string& ownerKey) {
-  Announce(Announcement::addRemoteDestination, name, id, ownerKey);
-  PrintAnnounced(Announcement::addRemoteDestination, name, id);
+  AnnounceAndPrint(Announcement::addRemoteDestination, name, id, ownerKey);
 }
 
 void UsbServer::SendRemoveRemoteSource(const std::string& name, std::int32_t id,
                                        const std::string& ownerKey) {
-  Announce(Announcement::removeRemoteSource, name, id, ownerKey);
-  PrintAnnounced(Announcement::removeRemoteSource, name, id);
+  AnnounceAndPrint(Announcement::removeRemoteSource, name, id, ownerKey);
 }
 
 void UsbServer::SendRemoveRemoteDestination(const std::string& name, std::int32_t id,
                                             const std::string& ownerKey) {
-  Announce(Announcement::removeRemoteDestination, name, id, ownerKey);
-  PrintAnnounced(Announcement::removeRemoteDestination, name, id);
+  AnnounceAndPrint(Announcement::removeRemoteDestination, name, id, ownerKey);
 }
 
 // The hook gives up a hold before it walks its ports and another one on a hit, so its caller enters

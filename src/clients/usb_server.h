@@ -71,6 +71,8 @@ class UsbServer {
   ~UsbServer() = default;
 
  private:
+  void AnnounceAndPrint(Announcement what, const std::string& name, std::int32_t id,
+                        const std::string& ownerKey);
   bool Owns(DeviceClient& client, const std::string& ownerKey, const std::string& name);
 };
 

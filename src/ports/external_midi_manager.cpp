@@ -33,30 +33,29 @@ ExternalMidiManager::ExternalMidiManager(UsbServer& usbServer, CriticalSection& 
     : server(usbServer), midiLock(lock), names(desktopNames) {}
 
 void ExternalMidiManager::AddRemoteSource(const std::string& name, std::uint32_t id) {
-  AddRemote(EndpointKind::source, Announcement::addRemoteSource, name, id);
+  AddRemote(EndpointKind::source, name, id);
 }
 
 void ExternalMidiManager::AddRemoteDestination(const std::string& name, std::uint32_t id) {
-  AddRemote(EndpointKind::destination, Announcement::addRemoteDestination, name, id);
+  AddRemote(EndpointKind::destination, name, id);
 }
 
 // The driver makes a port with no lock held, since played notes wait for both; afterwards the
 // tables are looked at again, as a second stream of the same device may have been faster.
-void ExternalMidiManager::AddRemote(EndpointKind kind, Announcement what, const std::string& name,
-                                    std::uint32_t id) {
+void ExternalMidiManager::AddRemote(EndpointKind kind, const std::string& name, std::uint32_t id) {
   UnclaimedPort newPort;
-  Attachment result = Publish(kind, what, name, id, newPort);
+  Attachment result = Publish(kind, name, id, newPort);
   if (result == Attachment::needsPort) {
     newPort.Make(name, names);
-    result = Publish(kind, what, name, id, newPort);
+    result = Publish(kind, name, id, newPort);
   }
   if (result == Attachment::idKnown) return;
-  PrintAnnounced(what, name, static_cast<std::int32_t>(id));
+  PrintAnnounced(AdditionOf(kind), name, static_cast<std::int32_t>(id));
 }
 
 // `clientLock` is kept over the change and its announcement: a removal cannot be told before the
 // addition.
-ExternalMidiManager::Attachment ExternalMidiManager::Publish(EndpointKind kind, Announcement what,
+ExternalMidiManager::Attachment ExternalMidiManager::Publish(EndpointKind kind,
                                                              const std::string& name,
                                                              std::uint32_t id,
                                                              UnclaimedPort& newPort) {
@@ -65,7 +64,7 @@ ExternalMidiManager::Attachment ExternalMidiManager::Publish(EndpointKind kind, 
   // The table has the port by now, and keeps it when the announcement throws.
   if (result == Attachment::toNewPort) newPort.Claimed();
   if (result == Attachment::toNewPort || result == Attachment::toExistingPort) {
-    server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
+    server.Announce(AdditionOf(kind), name, static_cast<std::int32_t>(id), deviceKey);
   }
   return result;
 }
@@ -129,10 +128,10 @@ void ExternalMidiManager::RemoveRemoteSource(const std::string& name, std::uint3
     CriticalSectionScope hold(midiLock);
     const PortPointer port = PortWithId(EndpointKind::source, id);
     if (port == nullptr) return;
-    failure = AnnounceRemoval(Announcement::removeRemoteSource, name, id);
+    failure = AnnounceRemoval(EndpointKind::source, name, id);
     emptied = TakeOff(EndpointKind::source, port);
   }
-  FinishRemoval(Announcement::removeRemoteSource, name, id, emptied, failure);
+  FinishRemoval(EndpointKind::source, name, id, emptied, failure);
 }
 
 // Unlike for a source, `midiLock` is released while the message goes out, on purpose, and the port
@@ -153,20 +152,20 @@ void ExternalMidiManager::RemoveRemoteDestination(const std::string& name, std::
       if (port == nullptr) return;
       record = port->Record(EndpointKind::destination);
     }
-    failure = AnnounceRemoval(Announcement::removeRemoteDestination, name, id);
+    failure = AnnounceRemoval(EndpointKind::destination, name, id);
     CriticalSectionScope hold(midiLock);
     if (port->Record(EndpointKind::destination) == record) {
       emptied = TakeOff(EndpointKind::destination, port);
     }
   }
-  FinishRemoval(Announcement::removeRemoteDestination, name, id, emptied, failure);
+  FinishRemoval(EndpointKind::destination, name, id, emptied, failure);
 }
 
 // A removal goes on when its message cannot be built; the failure is passed on afterwards.
-std::exception_ptr ExternalMidiManager::AnnounceRemoval(Announcement what, const std::string& name,
+std::exception_ptr ExternalMidiManager::AnnounceRemoval(EndpointKind kind, const std::string& name,
                                                         std::uint32_t id) {
   try {
-    server.Announce(what, name, static_cast<std::int32_t>(id), deviceKey);
+    server.Announce(RemovalOf(kind), name, static_cast<std::int32_t>(id), deviceKey);
     return nullptr;
   } catch (...) {
     return std::current_exception();
@@ -175,10 +174,10 @@ std::exception_ptr ExternalMidiManager::AnnounceRemoval(Announcement what, const
 
 // Printing and closing wait until all locks are left: the closing waits for a driver callback that
 // may want them.
-void ExternalMidiManager::FinishRemoval(Announcement what, const std::string& name,
+void ExternalMidiManager::FinishRemoval(EndpointKind kind, const std::string& name,
                                         std::uint32_t id, const PortPointer& emptied,
                                         const std::exception_ptr& failure) {
-  if (failure == nullptr) PrintAnnounced(what, name, static_cast<std::int32_t>(id));
+  if (failure == nullptr) PrintAnnounced(RemovalOf(kind), name, static_cast<std::int32_t>(id));
   if (emptied != nullptr) emptied->Close();
   if (failure != nullptr) std::rethrow_exception(failure);
 }

@@ -79,16 +79,16 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
 
   class UnclaimedPort;
 
-  void AddRemote(EndpointKind kind, Announcement what, const std::string& name, std::uint32_t id);
-  Attachment Publish(EndpointKind kind, Announcement what, const std::string& name,
-                     std::uint32_t id, UnclaimedPort& newPort) CORVALINT_EXCLUDES(midiLock);
+  void AddRemote(EndpointKind kind, const std::string& name, std::uint32_t id);
+  Attachment Publish(EndpointKind kind, const std::string& name, std::uint32_t id,
+                     UnclaimedPort& newPort) CORVALINT_EXCLUDES(midiLock);
   Attachment Attach(EndpointKind kind, const std::string& name, std::uint32_t id,
                     const PortPointer& newPort) CORVALINT_EXCLUDES(midiLock);
   bool AttachToExistingPort(EndpointKind kind, const std::string& name, std::uint32_t id)
       CORVALINT_REQUIRES(midiLock);
   PortPointer PortWithId(EndpointKind kind, std::uint32_t id) CORVALINT_REQUIRES(midiLock);
-  std::exception_ptr AnnounceRemoval(Announcement what, const std::string& name, std::uint32_t id);
-  static void FinishRemoval(Announcement what, const std::string& name, std::uint32_t id,
+  std::exception_ptr AnnounceRemoval(EndpointKind kind, const std::string& name, std::uint32_t id);
+  static void FinishRemoval(EndpointKind kind, const std::string& name, std::uint32_t id,
                             const PortPointer& emptied, const std::exception_ptr& failure);
   PortPointer TakeOff(EndpointKind kind, const PortPointer& port) CORVALINT_REQUIRES(midiLock);
 

@@ -114,13 +114,13 @@ void UsbClientThread::AnnounceDesktop(MidiEndpointRegistry& registry) {
   const auto sources = registry.Sources();
   for (auto source = sources.rbegin(); source != sources.rend(); ++source) {
     if ((*source)->IsOpen()) {
-      AnnounceOne(Announcement::addRemoteSource, (*source)->name, (*source)->uniqueId);
+      AnnounceOne(EndpointKind::source, (*source)->name, (*source)->uniqueId);
     }
   }
   const auto destinations = registry.Destinations();
   for (auto it = destinations.rbegin(); it != destinations.rend(); ++it) {
     if ((*it)->IsOpen()) {
-      AnnounceOne(Announcement::addRemoteDestination, (*it)->name, (*it)->uniqueId);
+      AnnounceOne(EndpointKind::destination, (*it)->name, (*it)->uniqueId);
     }
   }
 }
@@ -130,17 +130,15 @@ void UsbClientThread::AnnounceOtherDevices() {
   for (DeviceClient* other : ClientWalk(server.clients)) {
     if (other == this) continue;
     for (const PublishedEndpoint& endpoint : other->Owner().PublishedEndpoints()) {
-      AnnounceOne(endpoint.kind == EndpointKind::source ? Announcement::addRemoteSource
-                                                        : Announcement::addRemoteDestination,
-                  endpoint.name, static_cast<std::int32_t>(endpoint.id));
+      AnnounceOne(endpoint.kind, endpoint.name, static_cast<std::int32_t>(endpoint.id));
     }
   }
 }
 
 // A name of another device that fits no packet costs its own announcement and no other.
-void UsbClientThread::AnnounceOne(Announcement what, const std::string& name, std::int32_t id) {
+void UsbClientThread::AnnounceOne(EndpointKind kind, const std::string& name, std::int32_t id) {
   try {
-    AnnouncementPacket(what, name, id).SendTo(*this);
+    AnnouncementPacket(AdditionOf(kind), name, id).SendTo(*this);
   } catch (const osc::OutOfBufferMemoryException&) {
     ++unannounced;
   }

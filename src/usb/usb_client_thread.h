@@ -42,7 +42,7 @@ class UsbClientThread final : public BaseClientThread {
   void AnnounceEndpoints();
   void AnnounceDesktop(MidiEndpointRegistry& registry);
   void AnnounceOtherDevices();
-  void AnnounceOne(Announcement what, const std::string& name, std::int32_t id);
+  void AnnounceOne(EndpointKind kind, const std::string& name, std::int32_t id);
 
   const DeviceHandle device;
   std::uint32_t connectionId = 0;  // usbmux's number of the device, 0 while unknown; own thread
