@@ -1,10 +1,11 @@
+#include "clients/usb_server.h"
+
 #include <osc/OscOutboundPacketStream.h>
 
 #include <cstring>
 #include <optional>
 
 #include "clients/packet_buffer.h"
-#include "clients/usb_server.h"
 
 namespace corvalint {
 
