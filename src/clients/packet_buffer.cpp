@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/critical_section.h"
+#include "service/immortal.h"
 
 namespace corvalint {
 
@@ -15,8 +16,8 @@ struct Store {
 };
 
 Store& TheStore() {
-  static auto* const store = new Store;  // leaked: it has users until the process ends
-  return *store;
+  static Immortal<Store> store;
+  return store.Get();
 }
 
 std::unique_ptr<char[]> TakeLarge() {

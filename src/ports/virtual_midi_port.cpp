@@ -6,6 +6,7 @@
 
 #include "platform/process.h"
 #include "service/host_time.h"
+#include "service/immortal.h"
 #include "service/log.h"
 
 namespace corvalint {
@@ -46,8 +47,8 @@ class LivePorts {
 };
 
 LivePorts& TheLivePorts() {
-  static auto* const ports = new LivePorts;  // leaked: the driver calls until the process ends
-  return *ports;
+  static Immortal<LivePorts> ports;
+  return ports.Get();
 }
 
 // Each byte becomes one UTF-16 unit; no code page is involved.

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <new>
+#include <utility>
 
 namespace corvalint {
 
@@ -10,7 +11,10 @@ namespace corvalint {
 template <class Value>
 class Immortal {
  public:
-  Immortal() { new (storage) Value; }
+  template <class... Arguments>
+  explicit Immortal(Arguments&&... arguments) {
+    new (storage) Value(std::forward<Arguments>(arguments)...);
+  }
   Immortal(const Immortal&) = delete;
   Immortal& operator=(const Immortal&) = delete;
 

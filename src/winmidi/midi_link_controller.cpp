@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "clients/usb_server.h"
+#include "service/immortal.h"
 
 namespace corvalint {
 
@@ -49,13 +50,14 @@ void MidiLinkController::ExternalMidiReceived(const std::uint8_t* data, std::uin
 }
 
 MidiLinkController& GetMidiLinkController() {
-  static auto* const controller = new MidiLinkController(GetMidiEndpointRegistry());
+  static Immortal<MidiLinkController> immortal(GetMidiEndpointRegistry());
+  MidiLinkController& controller = immortal.Get();
   static std::atomic<bool> announced{false};
   if (!announced.exchange(true)) {
-    controller->Registry().delegate = controller;
-    AnnounceOpenEndpoints(controller->Registry());
+    controller.Registry().delegate = &controller;
+    AnnounceOpenEndpoints(controller.Registry());
   }
-  return *controller;
+  return controller;
 }
 
 }  // namespace corvalint
