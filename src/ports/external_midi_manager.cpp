@@ -189,15 +189,15 @@ SourcePort ExternalMidiManager::SourcePortWithId(std::uint32_t id) {
   return {port, port->Record(EndpointKind::source)};
 }
 
-std::int32_t ExternalMidiManager::HasEndpointNamed(const std::string& name) {
+bool ExternalMidiManager::HasEndpointNamed(const std::string& name) {
   CriticalSectionScope hold(midiLock);
   for (const PortPointer& port : ports) {
     for (const EndpointKind kind : {EndpointKind::source, EndpointKind::destination}) {
       const auto record = port->Record(kind);
-      if (record != nullptr && record->name == name) return 1;
+      if (record != nullptr && record->name == name) return true;
     }
   }
-  return 0;
+  return false;
 }
 
 std::vector<PublishedEndpoint> ExternalMidiManager::PublishedEndpoints() {
@@ -219,7 +219,7 @@ bool ExternalMidiManager::OwnsEndpoint(const std::string& ownerKey, const std::s
     CORVALINT_UNCHECKED_LOCKING {
   if (!MayOwn(ownerKey)) return false;
   midiLock.Enter();
-  if (ownerKey.empty()) return HasEndpointNamed(endpointName) != 0;
+  if (ownerKey.empty()) return HasEndpointNamed(endpointName);
   const bool owns = !ports.empty();  // each carries the manager's own key
   midiLock.Leave();
   return owns;

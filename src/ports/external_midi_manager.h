@@ -55,8 +55,8 @@ class ExternalMidiManager final : public VirtualMidiDestinationDelegate, public 
   // meanwhile swallows what is still sent into it.
   SourcePort SourcePortWithId(std::uint32_t id) CORVALINT_EXCLUDES(midiLock);
 
-  // 1 when a record of that name exists, else 0.
-  std::int32_t HasEndpointNamed(const std::string& name);
+  // Whether a record of that name exists.
+  bool HasEndpointNamed(const std::string& name) CORVALINT_EXCLUDES(midiLock);
 
   bool OwnsEndpoint(const std::string& ownerKey, const std::string& endpointName) override;
   bool MayOwn(const std::string& ownerKey) const override {

@@ -163,19 +163,16 @@ UsbClientThread* UsbServerThread::BorrowClientOf(DeviceHandle device) {
   return nullptr;
 }
 
-// Also asks the managers of devices that are away. A hold of `midiLock` that the test leaves behind
-// is given back at once.
+// Also asks the managers of devices that are away.
 bool UsbServerThread::AnyManagerOwns(const std::string& endpointName) {
-  CriticalSection* const lock = midiLock.load(std::memory_order_acquire);
-  if (lock == nullptr) return false;
+  if (midiLock.load(std::memory_order_acquire) == nullptr) return false;
   std::vector<ExternalMidiManager*> asked;
   {
     CriticalSectionScope hold(managersLock);
     asked = managers;
   }
   for (ExternalMidiManager* manager : asked) {
-    HoldScope restore(*lock);
-    if (manager->OwnsEndpoint("", endpointName)) return true;
+    if (manager->HasEndpointNamed(endpointName)) return true;
   }
   // A long or exotic name stands on the desktop in another form than the device announced.
   return desktopNames.Contains(endpointName);

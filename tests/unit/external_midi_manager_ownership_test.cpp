@@ -19,14 +19,14 @@ using ::testing::IsEmpty;
 TEST_F(ExternalMidiManagerTest, KnowsItsEndpointsByName) {
   manager.AddRemoteSource("Piano", 7);
   manager.AddRemoteDestination("Synth", 8);
-  EXPECT_EQ(manager.HasEndpointNamed("Piano"), 1);
-  EXPECT_EQ(manager.HasEndpointNamed("Synth"), 1);
-  EXPECT_EQ(manager.HasEndpointNamed("piano"), 0);
-  EXPECT_EQ(manager.HasEndpointNamed("Pian"), 0);
-  EXPECT_EQ(manager.HasEndpointNamed(""), 0);
+  EXPECT_TRUE(manager.HasEndpointNamed("Piano"));
+  EXPECT_TRUE(manager.HasEndpointNamed("Synth"));
+  EXPECT_FALSE(manager.HasEndpointNamed("piano"));
+  EXPECT_FALSE(manager.HasEndpointNamed("Pian"));
+  EXPECT_FALSE(manager.HasEndpointNamed(""));
   EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);
   manager.RemoveRemoteSource("Piano", 7);
-  EXPECT_EQ(manager.HasEndpointNamed("Piano"), 0);
+  EXPECT_FALSE(manager.HasEndpointNamed("Piano"));
   Calls();
 }
 
@@ -97,7 +97,7 @@ TEST_F(ExternalMidiManagerTest, TheHookHarmsNothingWhenItIsCalledWithNoHold) {
   manager.SendMidiToDestination("Synth", 8);
   EXPECT_EQ(server.Lock().StrayLeaves(), 3u);
   EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);
-  EXPECT_EQ(manager.HasEndpointNamed("Synth"), 1);
+  EXPECT_TRUE(manager.HasEndpointNamed("Synth"));
   Calls();
 }
 

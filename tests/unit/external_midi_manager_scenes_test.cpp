@@ -88,7 +88,7 @@ TEST_F(ManagerScenesTest,
 TEST_F(ManagerScenesTest, ASourceIsAnnouncedAsRemovedWhileItIsThereAndBothLocksAreHeld) {
   manager.AddRemoteSource("Piano", 7);
   other.whenSent = [&] {
-    EXPECT_EQ(manager.HasEndpointNamed("Piano"), 1);
+    EXPECT_TRUE(manager.HasEndpointNamed("Piano"));
     EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 2u);
     EXPECT_EQ(server.Lock().HoldsOfThisThread(), 1u);
     EXPECT_THAT(driver.TakeCalls(), ElementsAre("create(Piano) = 1"));
@@ -102,7 +102,7 @@ TEST_F(ManagerScenesTest, ASourceIsAnnouncedAsRemovedWhileItIsThereAndBothLocksA
 TEST_F(ManagerScenesTest, ADestinationIsAnnouncedAsRemovedWithTheManagersLockReleased) {
   manager.AddRemoteDestination("Synth", 8);
   other.whenSent = [&] {
-    EXPECT_EQ(manager.HasEndpointNamed("Synth"), 1);
+    EXPECT_TRUE(manager.HasEndpointNamed("Synth"));
     EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 2u);
     EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);
     EXPECT_THAT(driver.TakeCalls(), ElementsAre("create(Synth) = 1"));
@@ -168,7 +168,7 @@ TEST_F(ManagerScenesTest, ARemovalThatWaitsForTheClientLockKeepsNoOtherLock) {
     begun.get_future().wait();
     walk = std::async(std::launch::async, [&] {
       for (int i = 0; i < 200; ++i) {
-        EXPECT_EQ(manager.HasEndpointNamed("Piano"), 1);
+        EXPECT_TRUE(manager.HasEndpointNamed("Piano"));
         std::this_thread::yield();
       }
     });
@@ -177,7 +177,7 @@ TEST_F(ManagerScenesTest, ARemovalThatWaitsForTheClientLockKeepsNoOtherLock) {
   removal.wait();
   walk.wait();
   EXPECT_TRUE(walked);
-  EXPECT_EQ(manager.HasEndpointNamed("Piano"), 0);
+  EXPECT_FALSE(manager.HasEndpointNamed("Piano"));
   driver.TakeCalls();
 }
 

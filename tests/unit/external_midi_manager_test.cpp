@@ -52,7 +52,7 @@ class RecordingController final : public ExternalMidiManagerDelegate {
 TEST_F(ExternalMidiManagerTest, BeginsEmpty) {
   EXPECT_FALSE(manager.deviceDisconnected);
   EXPECT_THAT(manager.PublishedEndpoints(), IsEmpty());
-  EXPECT_EQ(manager.HasEndpointNamed(""), 0);
+  EXPECT_FALSE(manager.HasEndpointNamed(""));
   EXPECT_FALSE(manager.OwnsEndpoint("phone", "Piano"));
 }
 
@@ -87,7 +87,7 @@ TEST_F(ExternalMidiManagerTest, IgnoresAnIdThatItKnowsAlready) {
   EXPECT_THAT(Calls(), IsEmpty());
   EXPECT_THAT(Told(), IsEmpty());
   EXPECT_EQ(console.Take(), "");
-  EXPECT_EQ(manager.HasEndpointNamed("Organ"), 0);
+  EXPECT_FALSE(manager.HasEndpointNamed("Organ"));
 }
 
 // A younger port of the announced name, free for the record, must not hide the known id.
@@ -180,10 +180,10 @@ TEST_F(ExternalMidiManagerTest, ComparesNamesWholeAndUncut) {
   manager.AddRemoteDestination(longName + "x", 8);
   manager.AddRemoteDestination("NNN", 9);
   EXPECT_THAT(manager.PublishedEndpoints(), ::testing::SizeIs(3));
-  EXPECT_EQ(manager.HasEndpointNamed(longName), 1);
-  EXPECT_EQ(manager.HasEndpointNamed(longName + "x"), 1);
-  EXPECT_EQ(manager.HasEndpointNamed(std::string(29, 'n') + ".."), 0);
-  EXPECT_EQ(manager.HasEndpointNamed("nnn"), 0);
+  EXPECT_TRUE(manager.HasEndpointNamed(longName));
+  EXPECT_TRUE(manager.HasEndpointNamed(longName + "x"));
+  EXPECT_FALSE(manager.HasEndpointNamed(std::string(29, 'n') + ".."));
+  EXPECT_FALSE(manager.HasEndpointNamed("nnn"));
   EXPECT_EQ(Calls().size(), 3u);
 }
 
