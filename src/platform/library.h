@@ -14,8 +14,6 @@ struct LibraryApi {
   bool (*setDllDirectory)(const char* folder);
   // Loads a library by name or path; null when it cannot be loaded. It is never freed.
   LibraryHandle (*load)(const char* name);
-  // The address of an exported function, or null.
-  void* (*symbol)(LibraryHandle library, const char* name);
 
   static const LibraryApi& System();
 };

@@ -150,7 +150,7 @@ void UsbClientThread::PerformDisconnect() {
   {
     CriticalSectionScope hold(server.clientLock);
     if (!stream.Close()) {
-      disconnected.exchange(1);
+      disconnected = 1;
       return;
     }
     localPorts->RemoveAll();
@@ -160,7 +160,7 @@ void UsbClientThread::PerformDisconnect() {
 
 void UsbClientThread::Stop() {
   LogDebug("UsbClientThreadMidi::Stop()");
-  disconnected.exchange(0);
+  disconnected = 0;
   running = false;
   localPorts->Shut();
   PerformDisconnect();

@@ -36,8 +36,6 @@ UsbServerThread* CurrentServer() { return dynamic_cast<UsbServerThread*>(theUsbS
 
 }  // namespace
 
-UsbServerThread::UsbServerThread() = default;
-
 std::uint32_t UsbServerThread::Run() {
   const MobileDeviceApi& library = Use<MobileDeviceApi>();
   midiLock.store(&publishedPortsLock, std::memory_order_release);

@@ -21,8 +21,6 @@ namespace corvalint {
 // the process ends.
 class UsbServerThread final : public CThread, public UsbServer {
  public:
-  UsbServerThread();
-
   // Makes `midiLock`, scans the desktop once, subscribes to the device library and then only sleeps
   // until `running` is cleared. Returns what unsubscribing returns.
   std::uint32_t Run() override;

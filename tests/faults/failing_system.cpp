@@ -217,7 +217,6 @@ const RegistryApi kRegistry{
 const LibraryApi kLibraries{
     CORVALINT_FAILS_WITH(Table::libraries, LibraryApi, setDllDirectory, false),
     CORVALINT_FAILS_WITH(Table::libraries, LibraryApi, load, nullptr),
-    .symbol = LibraryApi::System().symbol,
 };
 
 template <class Api>

@@ -9,12 +9,10 @@ bool SetFolder(const char*) { return false; }
 
 LibraryHandle Load(const char*) { return nullptr; }
 
-void* Symbol(LibraryHandle, const char*) { return nullptr; }
-
 }  // namespace
 
 const LibraryApi& LibraryApi::System() {
-  static constexpr LibraryApi table{.setDllDirectory = SetFolder, .load = Load, .symbol = Symbol};
+  static constexpr LibraryApi table{.setDllDirectory = SetFolder, .load = Load};
   return table;
 }
 

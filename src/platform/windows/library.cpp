@@ -9,14 +9,10 @@ bool SetFolder(const char* folder) { return SetDllDirectoryA(folder) != 0; }
 
 LibraryHandle Load(const char* name) { return LoadLibraryA(name); }
 
-void* Symbol(LibraryHandle library, const char* name) {
-  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
-}
-
 }  // namespace
 
 const LibraryApi& LibraryApi::System() {
-  static constexpr LibraryApi table{.setDllDirectory = SetFolder, .load = Load, .symbol = Symbol};
+  static constexpr LibraryApi table{.setDllDirectory = SetFolder, .load = Load};
   return table;
 }
 

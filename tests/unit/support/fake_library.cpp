@@ -18,16 +18,10 @@ struct FakeLibrary::Table {
     current->log.Add("load(" + std::string(name) + ")");
     return current->missing.count(name) != 0 ? nullptr : current;
   }
-
-  static void* Symbol(LibraryHandle, const char* name) {
-    ADD_FAILURE() << "nothing asks for " << name << " while libraries are loaded";
-    return nullptr;
-  }
 };
 
 FakeLibrary::FakeLibrary(CallLog& callLog) : log(callLog) {
-  static constexpr LibraryApi kApi{
-      .setDllDirectory = Table::SetDllDirectory, .load = Table::Load, .symbol = Table::Symbol};
+  static constexpr LibraryApi kApi{.setDllDirectory = Table::SetDllDirectory, .load = Table::Load};
   EXPECT_EQ(current, nullptr) << "a second fake library";
   current = this;
   Install<LibraryApi>(&kApi);
