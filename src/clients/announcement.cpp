@@ -23,7 +23,7 @@ const char* AddressOf(Announcement what) {
 }  // namespace
 
 AnnouncementPacket::AnnouncementPacket(Announcement what, const std::string& name, std::int32_t id)
-    : stream(buffer + kFrameHeaderSize, kAnnouncementBuffer) {
+    : stream(buffer + kFrameHeaderSize, kSmallPacketBuffer) {
   stream << osc::BeginMessage(AddressOf(what)) << name.c_str() << static_cast<osc::int32>(id)
          << osc::EndMessage;
   WriteFrameHeader(buffer, static_cast<std::uint32_t>(stream.Size()));

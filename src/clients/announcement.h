@@ -38,7 +38,7 @@ class AnnouncementPacket {
   void SendTo(DeviceClient& client) const;
 
  private:
-  char buffer[kFrameHeaderSize + kAnnouncementBuffer];
+  char buffer[kFrameHeaderSize + kSmallPacketBuffer];
   osc::OutboundPacketStream stream;
 };
 

@@ -28,7 +28,7 @@ std::unique_ptr<char[]> TakeLarge() {
       if (buffer != nullptr) return std::move(buffer);
     }
   }
-  return std::make_unique_for_overwrite<char[]>(kFrameHeaderSize + kMaximumPacket);
+  return std::make_unique_for_overwrite<char[]>(kFrameHeaderSize + kMaximumPayload);
 }
 
 // Frees the buffer when the store is full.

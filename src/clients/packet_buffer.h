@@ -8,8 +8,8 @@
 
 namespace corvalint {
 
-inline constexpr std::size_t kMaximumPacket = 131072;
-inline constexpr std::size_t kAnnouncementBuffer = 4096;
+// Room for a packet that carries no more than a name or a few numbers.
+inline constexpr std::size_t kSmallPacketBuffer = 4096;
 
 // Room for one outgoing "/midi" packet and, before it, its frame's header. The thread that sends
 // may be winmm's or the driver's, whose stack this library does not size, so only small packets
@@ -26,7 +26,7 @@ class PacketBuffer {
 
   // Where the packet is put together.
   char* Data() { return Header() + kFrameHeaderSize; }
-  std::size_t Capacity() const { return large != nullptr ? kMaximumPacket : kSmallPacket; }
+  std::size_t Capacity() const { return large != nullptr ? kMaximumPayload : kSmallPacket; }
 
   // Makes a frame of the first `size` bytes of the packet. It lives as long as the buffer.
   Frame Framed(std::size_t size);

@@ -25,7 +25,7 @@ class MidiPacket {
              std::int64_t timestamp)
       : buffer(PacketSize(name, length)) {
     // The OSC library counts a blob in signed 32 bits, so what can never fit is refused here.
-    if (length > kMaximumPacket) throw osc::OutOfBufferMemoryException();
+    if (length > kMaximumPayload) throw osc::OutOfBufferMemoryException();
     // An empty blob needs an address too.
     const void* bytes = data != nullptr ? static_cast<const void*>(data) : "";
     osc::OutboundPacketStream stream(buffer.Data(), buffer.Capacity());

@@ -26,7 +26,7 @@ class Reply {
   }
 
  private:
-  char buffer[kAnnouncementBuffer];
+  char buffer[kSmallPacketBuffer];
   osc::OutboundPacketStream stream;
 };
 
