@@ -77,8 +77,7 @@ MidiResult OpenMidiDestination(MidiEndpointRegistry& registry,
   const MidiResult result =
       Use<WinMidiApi>().midiOutOpen(&handle, destination.deviceIndex, 0, 0, kMidiCallbackNull);
   if (result != kMidiNoError) {
-    destination.off = true;
-    destination.available = false;
+    destination.MarkUnavailable();
     return result;
   }
   destination.handle = handle;

@@ -38,6 +38,11 @@ struct MidiEndpoint {
 
   // On, with its device open. While an open is being tried again, a stale handle does not count.
   bool IsOpen() const { return !off && available && handle != nullptr; }
+  // What a failed open leaves. Device lock held.
+  void MarkUnavailable() {
+    off = true;
+    available = false;
+  }
 };
 
 // The four buffers that a source queues at its driver, which owns them while they are queued.

@@ -61,11 +61,6 @@ bool DestinationIsWhereItWas(const MidiEndpoint& destination, std::uint32_t outp
          destination.name == TextOf(caps.name);
 }
 
-void MarkUnavailable(MidiEndpoint& endpoint) {
-  endpoint.off = true;
-  endpoint.available = false;
-}
-
 }  // namespace
 
 MidiEndpointRegistry::MidiEndpointRegistry() : bufferQueueLock(kLockSpinCount) {
@@ -134,7 +129,7 @@ void MidiEndpointRegistry::ToggleSource(std::int32_t id) {
   } else if (SourceIsWhereItWas(*source, inputsAtScan)) {
     OpenMidiSource(*this, source);
   } else {
-    MarkUnavailable(*source);
+    source->MarkUnavailable();
   }
 }
 
@@ -149,7 +144,7 @@ void MidiEndpointRegistry::ToggleDestination(std::int32_t id) {
   } else if (DestinationIsWhereItWas(*destination, outputsAtScan)) {
     OpenMidiDestination(*this, *destination);
   } else {
-    MarkUnavailable(*destination);
+    destination->MarkUnavailable();
   }
 }
 

@@ -91,8 +91,7 @@ MidiResult FailOpen(MidiEndpointRegistry& registry, const MidiSourcePointer& sou
       Abandon(registry, source);
     }
   }
-  source->off = true;
-  source->available = false;
+  source->MarkUnavailable();
   return result;
 }
 
@@ -146,8 +145,7 @@ MidiResult OpenMidiSource(MidiEndpointRegistry& registry, const MidiSourcePointe
         reinterpret_cast<std::uintptr_t>(source.get()), kMidiCallbackFunction);
   }
   if (result != kMidiNoError) {
-    source->off = true;
-    source->available = false;
+    source->MarkUnavailable();
     return result;
   }
   source->handle = handle;
