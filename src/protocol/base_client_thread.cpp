@@ -18,6 +18,7 @@ constexpr std::uint32_t kDisconnectPollMilliseconds = 10;
 // How much is received at once when less is asked for.
 constexpr std::size_t kReadAhead = 65536;
 constexpr std::size_t kCheapToMove = 512;
+// The largest frame with its own header, and the header of the next frame, which comes with it.
 constexpr std::size_t kReceiveBuffer = kMaximumPayload + 2 * kFrameHeaderSize;
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include "protocol/osc_arguments.h"
 #include "protocol/osc_listener.h"
 #include "service/cthread.h"
-#include "winmidi/midi_endpoint_registry.h"
 
 namespace corvalint {
 

@@ -16,6 +16,9 @@ constexpr std::size_t kMostKept = std::size_t{1} << 20;
 // From here on the rest of the room is for those who cannot wait.
 constexpr std::size_t kCrowded = kMostKept / 4;
 
+// No receiver would accept such a frame.
+bool TooLarge(std::uint32_t payloadSize) { return payloadSize > kMaximumPayload; }
+
 bool WorthAnotherTry() {
   const SocketError error = Use<SocketApi>().lastError();
   return error == SocketError::wouldBlock || error == SocketError::interrupted;
@@ -69,7 +72,7 @@ bool DeviceStream::Close() {
 }
 
 int DeviceStream::Send(const void* data, std::uint32_t size) {
-  if (size > kMaximumPayload) return -1;
+  if (TooLarge(size)) return -1;
   CriticalSectionScope hold(lock);
   WriteFrameHeader(staging.get(), size);
   if (size > 0) std::memcpy(staging.get() + kFrameHeaderSize, data, size);
@@ -77,7 +80,7 @@ int DeviceStream::Send(const void* data, std::uint32_t size) {
 }
 
 int DeviceStream::SendFrame(const Frame& frame) {
-  if (frame.payloadSize > kMaximumPayload) return -1;  // no receiver would accept it
+  if (TooLarge(frame.payloadSize)) return -1;
   CriticalSectionScope hold(lock);
   return SendOrKeep(frame);
 }

@@ -4,6 +4,7 @@
 
 #include "platform/mobile_device_api.h"
 #include "protocol/base_client_thread.h"
+#include "winmidi/midi_endpoint_registry.h"
 
 namespace corvalint {
 
