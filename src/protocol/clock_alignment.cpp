@@ -9,11 +9,11 @@ namespace corvalint {
 namespace {
 
 constexpr double kNewWeight = 0.7;
-// What 1 - 0.7 gives in double arithmetic, not 0.3: the devices compute with the same number.
+// What 1 - 0.7 gives in double arithmetic, and not 0.3, on purpose: it shows in the last digits.
 constexpr double kOldWeight = 0.30000000000000004;
 
 // This file must be compiled without contraction of a * b + c: a fused multiply-add rounds once
-// where the devices round twice.
+// where each of the two operations is to round by itself.
 std::int64_t Smooth(std::int64_t measured, std::int64_t old) {
   const double newPart = static_cast<double>(measured) * kNewWeight;
   const double oldPart = static_cast<double>(old) * kOldWeight;

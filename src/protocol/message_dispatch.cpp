@@ -10,7 +10,7 @@ namespace corvalint {
 
 namespace {
 
-// Part of every "/init_timing" reply; the devices expect this very number.
+// Part of every "/init_timing" reply, fixed on purpose.
 constexpr osc::int32 kInitTimingConstant = 210;
 
 // A small message that is built and sent on this client's own stream.

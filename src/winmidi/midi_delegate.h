@@ -7,8 +7,8 @@
 
 namespace corvalint {
 
-// Receives what happens at the desktop's MIDI endpoints. No lock but the device lock is held during
-// a call.
+// Receives what happens at the desktop's MIDI endpoints. No lock is held during a call but the
+// device lock, and the server's notification lock while AnnounceOpenEndpoints tells what is open.
 class MidiDelegate {
  public:
   // `length` bytes that an open source received, on winmm's callback thread; `timestamp` is host
