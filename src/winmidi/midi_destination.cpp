@@ -99,12 +99,10 @@ void CloseMidiDestination(MidiDestinationEndpoint& destination) {
     winmm.midiOutReset(handle);
     Use<ClockApi>().sleep(1);
   }
-  {
-    CriticalSectionScope hold(destination.outputLock);
-    winmm.midiOutClose(handle);
-    destination.handle = nullptr;
-    destination.off = true;
-  }
+  // Nobody uses the handle by now, and who comes until it is gone sees `closing`.
+  winmm.midiOutClose(handle);
+  destination.handle = nullptr;
+  destination.off = true;
   destination.closing = false;
 }
 
