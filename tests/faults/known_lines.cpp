@@ -92,6 +92,7 @@ constexpr FaultLine kFaultLogged[] = {
     {"ERROR endpoint not switched: std::bad_alloc", SetOf(Table::allocation)},
     {"ERROR thread ended by an exception: std::bad_alloc", SetOf(Table::allocation)},
     {"ERROR OSC port * ended: std::bad_alloc", SetOf(Table::allocation)},
+    {"ERROR OSC port *: no free number, it neither hears nor sends", SetOf(Table::datagrams)},
     {"ERROR MIDI from a published port dropped: std::bad_alloc", SetOf(Table::allocation)},
     {"ERROR MIDI input dropped: std::bad_alloc", SetOf(Table::allocation)},
     {"ERROR vanished MIDI ?*put: std::bad_alloc", SetOf(Table::allocation)},

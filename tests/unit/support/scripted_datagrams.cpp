@@ -137,7 +137,9 @@ struct ScriptedDatagrams::Table {
 
   static void Wake(int waker) {
     ScriptedDatagrams& self = Current();
-    if (const auto action = self.Copy(self.beforeWake)) action();
+    if (self.IsPortWaker(waker)) {
+      if (const auto action = self.Copy(self.beforeWake)) action();
+    }
     const std::lock_guard hold(self.mutex);
     if (self.wakersNow.count(waker) != 0) self.woken.push_back(waker);
     self.before.wake(waker);
@@ -194,6 +196,12 @@ bool ScriptedDatagrams::IsOpen(int socket, const char* operation) {
     EXPECT_EQ(gone.count(socket), 0u) << operation << " on a closed socket";
   }
   return false;
+}
+
+// False when it was made before this was installed.
+bool ScriptedDatagrams::IsPortWaker(int waker) const {
+  const std::lock_guard hold(mutex);
+  return wakersNow.count(waker) != 0;
 }
 
 // False when it is no datagram socket.

@@ -69,6 +69,7 @@ class ScriptedDatagrams {
   std::function<void()> Copy(const std::function<void()>& action) const;
   bool IsOpen(int socket, const char* operation);
   bool BeginWait(int socket);
+  bool IsPortWaker(int waker) const;
 
   const SocketApi* const installedBefore;
   const SocketApi before;
