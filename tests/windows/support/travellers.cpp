@@ -29,6 +29,7 @@ Travellers::Travellers(Bridge& theBridge, std::size_t count, std::int32_t output
   for (std::size_t i = 0; i < count; ++i) {
     devices.push_back(
         std::make_unique<PluggedDevice>(bridge.Control(), "traveller-" + std::to_string(i)));
+    oscPorts.push_back(std::make_unique<OscPort>(*devices.back()));
   }
 }
 
@@ -47,6 +48,11 @@ void Travellers::ArriveAndPlay() {
     ASSERT_TRUE(traveller->App().SendMidi(traveller->Name(), kId, kNoteOn));
     ASSERT_TRUE(traveller->App().SendMidi("Synth", synth, kNoteOff));
     ASSERT_TRUE(traveller->Flush());
+  }
+  for (const auto& port : oscPorts) {
+    ASSERT_TRUE(port->Create());
+    ASSERT_TRUE(port->ToDevice(kNoteOn));
+    ASSERT_TRUE(port->ToProgram(kNoteOff));
   }
   bridge.Inject("Keys", std::vector<Bytes>(kNotesFromKeyboard, kNoteOn));
   for (const auto& traveller : devices) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "windows/support/bridge.h"
+#include "windows/support/osc_ports.h"
 
 namespace corvalint::windows_test {
 
@@ -19,9 +20,9 @@ class Travellers {
   // The bridge needs an input "Keys" that is on, and an output "Synth" that is on and has that id.
   Travellers(Bridge& theBridge, std::size_t count, std::int32_t outputId);
 
-  // All arrive, play, hear the keyboard and leave. The first one leaves with its stream open, which
-  // takes the library a second; the cables of the others are cut before. What goes wrong fails the
-  // test.
+  // All arrive, play, hear the keyboard, exchange a datagram with a desktop program and leave. The
+  // first one leaves with its stream open, which takes the library a second; the cables of the
+  // others are cut before. What goes wrong fails the test.
   void Journey();
 
   std::size_t Departures() const { return journeys * devices.size(); }
@@ -33,6 +34,7 @@ class Travellers {
   Bridge& bridge;
   const std::int32_t synth;
   std::vector<std::unique_ptr<PluggedDevice>> devices;
+  std::vector<std::unique_ptr<OscPort>> oscPorts;  // one of each device, opened on each journey
   std::uint64_t journeys = 0;
 };
 
