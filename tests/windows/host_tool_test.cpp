@@ -48,6 +48,13 @@ Ended RunWithOutput(const std::string& openThree, const std::string& arguments) 
   return {code.value_or(-1), process.Output(), WithLineFeeds(process.Errors())};
 }
 
+void ExpectNobodyTakesOutput(const std::string& openThree, const std::string& arguments) {
+  SCOPED_TRACE(openThree + "; " + arguments);
+  const Ended ended = RunWithOutput(openThree, arguments);
+  EXPECT_EQ(ended.exitCode, 6);
+  EXPECT_THAT(ended.err, EndsWith("corvalint-host: nobody takes the output\n"));
+}
+
 TEST(HostTool, ListsOnceAndEnds) {
   const Ended ended = RunAtDesk({"list"});
   EXPECT_EQ(ended.exitCode, 0);
@@ -245,14 +252,11 @@ TEST(HostTool, HelpAndVersionNeedNothing) {
 }
 
 TEST(HostTool, OutputThatNobodyTakesIsSix) {
-  // A pipe whose reader has gone, and a disk that is full.
-  for (const char* three : {"exec 3> >(exec true); wait $!", "exec 3>/dev/full"}) {
-    for (const char* arguments : {"--help", "list", "dance --json"}) {
-      const Ended ended = RunWithOutput(three, arguments);
-      EXPECT_EQ(ended.exitCode, 6) << three << ' ' << arguments;
-      EXPECT_THAT(ended.err, EndsWith("corvalint-host: nobody takes the output\n"))
-          << three << ' ' << arguments;
-    }
+  for (const char* arguments : {"--help", "list", "dance --json", "watch", "watch --json"}) {
+    ExpectNobodyTakesOutput("exec 3> >(exec true); wait $!", arguments);  // the reader has gone
+  }
+  for (const char* arguments : {"--help", "list", "watch --json"}) {
+    ExpectNobodyTakesOutput("exec 3>/dev/full", arguments);
   }
 }
 
