@@ -30,20 +30,12 @@ void SetLastError(SocketError error) {
   }
 }
 
-template <class Queue>
-bool TakeFront(Queue& queue, typename Queue::value_type& value) {
-  if (queue.empty()) return false;
-  value = queue.front();
-  queue.pop_front();
-  return true;
-}
-
 }  // namespace
 
 struct ScriptedDatagrams::Table {
   static int Open() {
     ScriptedDatagrams& self = Current();
-    if (const auto action = self.Copy(self.beforeOpen)) action();
+    if (const auto action = self.Get(self.beforeOpen)) action();
     const std::lock_guard hold(self.mutex);
     int made = 0;
     if (TakeFront(self.openAnswers, made)) return made;
@@ -57,7 +49,7 @@ struct ScriptedDatagrams::Table {
 
   static int BindLoopback(int socket, std::uint16_t port) {
     ScriptedDatagrams& self = Current();
-    if (const auto action = self.Copy(self.beforeBind)) action();
+    if (const auto action = self.Get(self.beforeBind)) action();
     const std::lock_guard hold(self.mutex);
     EXPECT_TRUE(self.IsOpen(socket, "bind"));
     int result = 0;
@@ -70,7 +62,7 @@ struct ScriptedDatagrams::Table {
 
   static int Receive(int socket, void* data, int size) {
     ScriptedDatagrams& self = Current();
-    if (const auto action = self.Copy(self.beforeReceive)) action();
+    if (const auto action = self.Get(self.beforeReceive)) action();
     {
       const std::lock_guard hold(self.mutex);
       EXPECT_TRUE(self.IsOpen(socket, "receive"));
@@ -87,7 +79,7 @@ struct ScriptedDatagrams::Table {
   static int Send(int socket, const void* data, int size, std::uint32_t address,
                   std::uint16_t port) {
     ScriptedDatagrams& self = Current();
-    if (const auto action = self.Copy(self.beforeSend)) action();
+    if (const auto action = self.Get(self.beforeSend)) action();
     {
       const std::lock_guard hold(self.mutex);
       EXPECT_TRUE(self.IsOpen(socket, "send"));
@@ -98,7 +90,7 @@ struct ScriptedDatagrams::Table {
   static SocketReadiness Wait(int socket, bool wantWritable, int waker) {
     ScriptedDatagrams& self = Current();
     if (!self.BeginWait(socket)) return self.before.wait(socket, wantWritable, waker);
-    if (const auto action = self.Copy(self.beforeWait)) action();
+    if (const auto action = self.Get(self.beforeWait)) action();
     WaitAnswer answer;
     bool scripted;
     {
@@ -138,7 +130,7 @@ struct ScriptedDatagrams::Table {
   static void Wake(int waker) {
     ScriptedDatagrams& self = Current();
     if (self.IsPortWaker(waker)) {
-      if (const auto action = self.Copy(self.beforeWake)) action();
+      if (const auto action = self.Get(self.beforeWake)) action();
     }
     const std::lock_guard hold(self.mutex);
     if (self.wakersNow.count(waker) != 0) self.woken.push_back(waker);
@@ -183,11 +175,6 @@ ScriptedDatagrams::~ScriptedDatagrams() {
 
 ScriptedDatagrams& ScriptedDatagrams::Current() { return *current.load(); }
 
-std::function<void()> ScriptedDatagrams::Copy(const std::function<void()>& action) const {
-  const std::lock_guard hold(mutex);
-  return action;
-}
-
 // A stream may get the number of a datagram socket that is gone: only where there are none is a use
 // of it a mistake.
 bool ScriptedDatagrams::IsOpen(int socket, const char* operation) {
@@ -214,109 +201,14 @@ bool ScriptedDatagrams::BeginWait(int socket) {
   return true;
 }
 
-void ScriptedDatagrams::OpenAnswers(std::deque<int> answers) {
-  const std::lock_guard hold(mutex);
-  openAnswers = std::move(answers);
-}
-
-void ScriptedDatagrams::BindAnswers(std::deque<int> answers) {
-  const std::lock_guard hold(mutex);
-  bindAnswers = std::move(answers);
-}
-
-void ScriptedDatagrams::FreeBindAnswers(std::deque<int> answers) {
-  const std::lock_guard hold(mutex);
-  freeBindAnswers = std::move(answers);
-}
-
-void ScriptedDatagrams::ReceiveErrors(std::deque<SocketError> errors) {
-  const std::lock_guard hold(mutex);
-  receiveErrors = std::move(errors);
-}
-
-void ScriptedDatagrams::WaitAnswers(std::deque<WaitAnswer> answers) {
-  const std::lock_guard hold(mutex);
-  waitAnswers = std::move(answers);
-}
-
-void ScriptedDatagrams::RefuseWakers(int count) {
-  const std::lock_guard hold(mutex);
-  wakerRefusals = count;
-}
-
-void ScriptedDatagrams::BeforeOpen(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeOpen = std::move(action);
-}
-
-void ScriptedDatagrams::BeforeBind(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeBind = std::move(action);
-}
-
-void ScriptedDatagrams::BeforeWait(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeWait = std::move(action);
-}
-
-void ScriptedDatagrams::BeforeReceive(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeReceive = std::move(action);
-}
-
-void ScriptedDatagrams::BeforeSend(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeSend = std::move(action);
-}
-
-void ScriptedDatagrams::BeforeWake(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeWake = std::move(action);
-}
-
-std::vector<int> ScriptedDatagrams::Opened() const {
-  const std::lock_guard hold(mutex);
-  return opened;
-}
-
 std::size_t ScriptedDatagrams::OpenNow() const {
   const std::lock_guard hold(mutex);
   return open.size();
 }
 
-std::vector<int> ScriptedDatagrams::Wakers() const {
-  const std::lock_guard hold(mutex);
-  return wakers;
-}
-
-std::vector<int> ScriptedDatagrams::Woken() const {
-  const std::lock_guard hold(mutex);
-  return woken;
-}
-
 int ScriptedDatagrams::WakersOpenNow() const {
   const std::lock_guard hold(mutex);
   return static_cast<int>(wakersNow.size());
-}
-
-std::vector<ScriptedDatagrams::Bind> ScriptedDatagrams::Binds() const {
-  const std::lock_guard hold(mutex);
-  return binds;
-}
-
-int ScriptedDatagrams::Waits() const {
-  const std::lock_guard hold(mutex);
-  return waits;
-}
-
-int ScriptedDatagrams::IdleWaits() const {
-  const std::lock_guard hold(mutex);
-  return idleWaits;
-}
-
-int ScriptedDatagrams::Receives() const {
-  const std::lock_guard hold(mutex);
-  return receives;
 }
 
 }  // namespace corvalint::test

@@ -4,13 +4,13 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
 #include <utility>
 #include <vector>
 
 #include "platform/datagram.h"
 #include "platform/socket.h"
+#include "support/locked_fields.h"
 
 namespace corvalint::test {
 
@@ -18,7 +18,7 @@ namespace corvalint::test {
 // installed for as long as it lives, in front of whatever sockets are installed already. Sockets
 // are really closed. The use of one after its end, a second close, and a close while a thread waits
 // with it fail the test. Any thread.
-class ScriptedDatagrams {
+class ScriptedDatagrams : private LockedFields {
  public:
   // What one wait finds; `error` is why, when `seen.failed`.
   struct WaitAnswer {
@@ -35,38 +35,37 @@ class ScriptedDatagrams {
 
   // What the next of these give instead of asking the system, one each. Binds to 0 have answers of
   // their own.
-  void OpenAnswers(std::deque<int> answers);
-  void BindAnswers(std::deque<int> answers);
-  void FreeBindAnswers(std::deque<int> answers);
-  void ReceiveErrors(std::deque<SocketError> errors);
-  void WaitAnswers(std::deque<WaitAnswer> answers);
+  void OpenAnswers(std::deque<int> answers) { Set(openAnswers, std::move(answers)); }
+  void BindAnswers(std::deque<int> answers) { Set(bindAnswers, std::move(answers)); }
+  void FreeBindAnswers(std::deque<int> answers) { Set(freeBindAnswers, std::move(answers)); }
+  void ReceiveErrors(std::deque<SocketError> errors) { Set(receiveErrors, std::move(errors)); }
+  void WaitAnswers(std::deque<WaitAnswer> answers) { Set(waitAnswers, std::move(answers)); }
   // So many of the next wakers cannot be had.
-  void RefuseWakers(int count);
+  void RefuseWakers(int count) { Set(wakerRefusals, count); }
   // These run before each call, on the calling thread, with no lock held.
-  void BeforeOpen(std::function<void()> action);
-  void BeforeBind(std::function<void()> action);
-  void BeforeWait(std::function<void()> action);
-  void BeforeReceive(std::function<void()> action);
-  void BeforeSend(std::function<void()> action);
-  void BeforeWake(std::function<void()> action);
+  void BeforeOpen(std::function<void()> action) { Set(beforeOpen, std::move(action)); }
+  void BeforeBind(std::function<void()> action) { Set(beforeBind, std::move(action)); }
+  void BeforeWait(std::function<void()> action) { Set(beforeWait, std::move(action)); }
+  void BeforeReceive(std::function<void()> action) { Set(beforeReceive, std::move(action)); }
+  void BeforeSend(std::function<void()> action) { Set(beforeSend, std::move(action)); }
+  void BeforeWake(std::function<void()> action) { Set(beforeWake, std::move(action)); }
 
   // All sockets so far, in order; their numbers may come again.
-  std::vector<int> Opened() const;
+  std::vector<int> Opened() const { return Get(opened); }
   std::size_t OpenNow() const;
   // All wakers so far, and which of them were woken, in order.
-  std::vector<int> Wakers() const;
-  std::vector<int> Woken() const;
+  std::vector<int> Wakers() const { return Get(wakers); }
+  std::vector<int> Woken() const { return Get(woken); }
   int WakersOpenNow() const;
-  std::vector<Bind> Binds() const;
-  int Waits() const;
+  std::vector<Bind> Binds() const { return Get(binds); }
+  int Waits() const { return Get(waits); }
   // Waits for a waker alone.
-  int IdleWaits() const;
-  int Receives() const;
+  int IdleWaits() const { return Get(idleWaits); }
+  int Receives() const { return Get(receives); }
 
  private:
   struct Table;
   static ScriptedDatagrams& Current();
-  std::function<void()> Copy(const std::function<void()>& action) const;
   bool IsOpen(int socket, const char* operation);
   bool BeginWait(int socket);
   bool IsPortWaker(int waker) const;
@@ -75,7 +74,6 @@ class ScriptedDatagrams {
   const SocketApi before;
   SocketApi sockets;
 
-  mutable std::mutex mutex;
   std::deque<int> openAnswers, bindAnswers, freeBindAnswers;
   std::deque<SocketError> receiveErrors;
   std::deque<WaitAnswer> waitAnswers;

@@ -14,14 +14,6 @@ std::atomic<ScriptedSockets*> current{nullptr};
 // What lastError answers after a failure that was asked for.
 thread_local SocketError scripted = SocketError::none;
 
-template <class Queue>
-bool TakeFront(Queue& queue, typename Queue::value_type& value) {
-  if (queue.empty()) return false;
-  value = queue.front();
-  queue.pop_front();
-  return true;
-}
-
 }  // namespace
 
 struct ScriptedSockets::Table {
@@ -68,12 +60,7 @@ struct ScriptedSockets::Table {
     ScriptedSockets& self = Current();
     scripted = SocketError::none;
     SendAnswer answer{size, SocketError::none};
-    std::function<void()> action;
-    {
-      const std::lock_guard hold(self.mutex);
-      action = self.beforeSend;
-    }
-    if (action) action();
+    if (const auto action = self.Get(self.beforeSend)) action();
     const std::lock_guard hold(self.mutex);
     self.Watch(socket, "send");
     self.sends.push_back(size);
@@ -98,12 +85,7 @@ struct ScriptedSockets::Table {
   }
 
   static int Shutdown(int socket) {
-    std::function<void()> action;
-    {
-      const std::lock_guard hold(Current().mutex);
-      action = Current().beforeShutdown;
-    }
-    if (action) action();
+    if (const auto action = Current().Get(Current().beforeShutdown)) action();
     return SocketApi::System().shutdown(socket);
   }
 
@@ -167,84 +149,9 @@ void ScriptedSockets::SendAnswers(std::deque<SendAnswer> answers) {
   sendsBlocked = false;
 }
 
-void ScriptedSockets::BlockSends() {
-  const std::lock_guard hold(mutex);
-  sendsBlocked = true;
-}
-
-void ScriptedSockets::ReceiveAtMost(int most) {
-  const std::lock_guard hold(mutex);
-  mostReceived = most;
-}
-
-void ScriptedSockets::ReceiveErrors(std::deque<SocketError> errors) {
-  const std::lock_guard hold(mutex);
-  receiveErrors = std::move(errors);
-}
-
-void ScriptedSockets::WaitErrors(std::deque<SocketError> errors) {
-  const std::lock_guard hold(mutex);
-  waitErrors = std::move(errors);
-}
-
 void ScriptedSockets::NextWaitSees(SocketReadiness seen) {
   const std::lock_guard hold(mutex);
   waitAnswers.push_back(seen);
-}
-
-void ScriptedSockets::BeforeWait(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeWait = std::move(action);
-}
-
-void ScriptedSockets::BeforeReceive(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeReceive = std::move(action);
-}
-
-void ScriptedSockets::BeforeNonBlocking(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeNonBlocking = std::move(action);
-}
-
-void ScriptedSockets::BeforeShutdown(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeShutdown = std::move(action);
-}
-
-void ScriptedSockets::BeforeSend(std::function<void()> action) {
-  const std::lock_guard hold(mutex);
-  beforeSend = std::move(action);
-}
-
-std::vector<int> ScriptedSockets::Sends() const {
-  const std::lock_guard hold(mutex);
-  return sends;
-}
-
-int ScriptedSockets::Receives() const {
-  const std::lock_guard hold(mutex);
-  return receives;
-}
-
-std::vector<int> ScriptedSockets::Closed() const {
-  const std::lock_guard hold(mutex);
-  return closed;
-}
-
-void ScriptedSockets::RefuseNonBlocking() {
-  const std::lock_guard hold(mutex);
-  refusesNonBlocking = true;
-}
-
-std::vector<int> ScriptedSockets::NonBlocking() const {
-  const std::lock_guard hold(mutex);
-  return nonBlocking;
-}
-
-std::vector<int> ScriptedSockets::NoDelay() const {
-  const std::lock_guard hold(mutex);
-  return noDelay;
 }
 
 }  // namespace corvalint::test

@@ -2,18 +2,18 @@
 
 #include <deque>
 #include <functional>
-#include <map>
-#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "platform/socket.h"
+#include "support/locked_fields.h"
 
 namespace corvalint::test {
 
 // The system's sockets with what a test asks for put in between; installed for as long as it lives.
 // It watches what is closed: a second close, and any use of a closed number, fail the test. Any
 // thread.
-class ScriptedSockets {
+class ScriptedSockets : private LockedFields {
  public:
   // What one send does: takes at most `most` bytes, or fails with `error`.
   struct SendAnswer {
@@ -29,39 +29,40 @@ class ScriptedSockets {
   // What the next sends do, one each; afterwards they go to the system.
   void SendAnswers(std::deque<SendAnswer> answers);
   // From now on every send would block, until SendAnswers.
-  void BlockSends();
+  void BlockSends() { Set(sendsBlocked, true); }
   // Each receive gives no more bytes than that from now on.
-  void ReceiveAtMost(int most);
+  void ReceiveAtMost(int most) { Set(mostReceived, most); }
   // The next receives fail like this, one each.
-  void ReceiveErrors(std::deque<SocketError> errors);
+  void ReceiveErrors(std::deque<SocketError> errors) { Set(receiveErrors, std::move(errors)); }
   // The next waits fail like this, one each.
-  void WaitErrors(std::deque<SocketError> errors);
+  void WaitErrors(std::deque<SocketError> errors) { Set(waitErrors, std::move(errors)); }
   // The next wait finds only this.
   void NextWaitSees(SocketReadiness seen);
   // Runs when a receiving thread is about to wait, and before each receive, with no lock held.
-  void BeforeWait(std::function<void()> action);
-  void BeforeReceive(std::function<void()> action);
+  void BeforeWait(std::function<void()> action) { Set(beforeWait, std::move(action)); }
+  void BeforeReceive(std::function<void()> action) { Set(beforeReceive, std::move(action)); }
   // The next stream cannot be made non-blocking.
-  void RefuseNonBlocking();
+  void RefuseNonBlocking() { Set(refusesNonBlocking, true); }
   // Runs before a new stream is made non-blocking, and before a stream is shut down.
-  void BeforeNonBlocking(std::function<void()> action);
-  void BeforeShutdown(std::function<void()> action);
+  void BeforeNonBlocking(std::function<void()> action) {
+    Set(beforeNonBlocking, std::move(action));
+  }
+  void BeforeShutdown(std::function<void()> action) { Set(beforeShutdown, std::move(action)); }
   // Runs before each send, on the sending thread.
-  void BeforeSend(std::function<void()> action);
+  void BeforeSend(std::function<void()> action) { Set(beforeSend, std::move(action)); }
 
   // Sizes of all sends so far.
-  std::vector<int> Sends() const;
-  int Receives() const;
-  std::vector<int> Closed() const;
-  std::vector<int> NonBlocking() const;
-  std::vector<int> NoDelay() const;
+  std::vector<int> Sends() const { return Get(sends); }
+  int Receives() const { return Get(receives); }
+  std::vector<int> Closed() const { return Get(closed); }
+  std::vector<int> NonBlocking() const { return Get(nonBlocking); }
+  std::vector<int> NoDelay() const { return Get(noDelay); }
 
  private:
   struct Table;
   static ScriptedSockets& Current();
   void Watch(int socket, const char* operation);
 
-  mutable std::mutex mutex;
   std::deque<SendAnswer> sendAnswers;
   bool sendsBlocked = false;
   std::deque<SocketError> receiveErrors;
