@@ -165,6 +165,25 @@ TEST_F(HostTest, AWalkThatNeverComesToRestHandsTheFailureOn) {
   EXPECT_EQ(Say("list", kExitFailed), "1: that failed: invalid vector<T> subscript\n");
 }
 
+// The count of the destinations, before which a device arrives once that is a source as well.
+corvalint_int64 CountAfterAnArrival() {
+  if (fakeSides[1].empty()) {
+    fakeSides[0].push_back({5, "Twin"});
+    fakeSides[1].push_back({6, "Twin"});
+  }
+  return static_cast<corvalint_int64>(fakeSides[1].size());
+}
+
+TEST_F(HostTest, ADeviceThatComesBetweenTheListsStandsInBoth) {
+  fakeSides[1].clear();
+  wrapper.destinations.count = CountAfterAnArrival;
+  const Listing listing = ReadListing(wrapper, system);
+  ASSERT_EQ(listing.sources.size(), 3U);
+  EXPECT_EQ(listing.sources[2].name, "Twin");
+  ASSERT_EQ(listing.destinations.size(), 1U);
+  EXPECT_EQ(listing.destinations[0].name, "Twin");
+}
+
 TEST_F(HostTest, AnIdIsLookedForBeforeAName) {
   fakeSides[0] = {{1, "2"}, {2, "two"}, {3, "two"}};
   std::vector<Endpoint> endpoints = ReadEndpoints(wrapper.sources, system);

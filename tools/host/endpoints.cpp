@@ -51,6 +51,15 @@ bool WalkOnce(const SideCalls& calls, const System& system, std::vector<Endpoint
   return ids == ReadIds(calls);
 }
 
+// False too if the list changes during the question.
+bool HasTheseStill(const SideCalls& calls, const std::vector<Endpoint>& endpoints) {
+  try {
+    return std::ranges::equal(ReadIds(calls), endpoints, {}, {}, &Endpoint::id);
+  } catch (const std::out_of_range&) {
+    return false;
+  }
+}
+
 const Endpoint* FindId(const std::vector<Endpoint>& endpoints, std::int32_t id) {
   const auto found = std::ranges::find(endpoints, id, &Endpoint::id);
   return found == endpoints.end() ? nullptr : &*found;
@@ -91,8 +100,15 @@ std::vector<Endpoint> ReadEndpoints(const SideCalls& calls, const System& system
   }
 }
 
+// A scan between the two walks shows in the sources.
 Listing ReadListing(const Wrapper& wrapper, const System& system) {
-  return {ReadEndpoints(wrapper.sources, system), ReadEndpoints(wrapper.destinations, system)};
+  Listing listing;
+  for (int attempt = 0; attempt < kWalkAttempts; ++attempt) {
+    listing.sources = ReadEndpoints(wrapper.sources, system);
+    listing.destinations = ReadEndpoints(wrapper.destinations, system);
+    if (HasTheseStill(wrapper.sources, listing.sources)) break;
+  }
+  return listing;
 }
 
 std::vector<Endpoint> FindEndpoints(const std::vector<Endpoint>& endpoints, std::string_view text) {

@@ -26,12 +26,13 @@ struct Endpoint {
 // reaches the caller.
 std::vector<Endpoint> ReadEndpoints(const SideCalls& calls, const System& system);
 
-// Both lists at one moment.
+// Both lists.
 struct Listing {
   std::vector<Endpoint> sources;
   std::vector<Endpoint> destinations;
 };
 
+// Both lists at one moment, unless they keep changing; throws as ReadEndpoints.
 Listing ReadListing(const Wrapper& wrapper, const System& system);
 
 // The endpoints that the text names: those with the id, if it is a number and there are any, else

@@ -112,8 +112,8 @@ int Person::Switch(const std::string& verb, const std::string& rest) {
   if (sources.size() > 1 || destinations.size() > 1) {
     return Fail(kExitAmbiguous, "several endpoints are called " + target.text + ": use an id");
   }
-  const bool sideIsOpen = target.side == SideFilter::kAny;
-  if (sideIsOpen && !sources.empty() && !destinations.empty()) {
+  const bool sideNotGiven = target.side == SideFilter::kAny;
+  if (sideNotGiven && !sources.empty() && !destinations.empty()) {
     return Fail(kExitAmbiguous, target.text + " is a source and a destination: write " + verb +
                                     " source, " + verb + " destination or " + verb +
                                     " both before it");
