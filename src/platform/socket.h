@@ -8,7 +8,7 @@ namespace corvalint {
 
 // TCP streams and what waits for sockets. A socket is a positive 32-bit number and belongs to
 // whoever has it, who closes it once; 0 means none (the 0 that POSIX may hand out is never used).
-// Any thread; what may not be done at the same time as what is said at the function.
+// Any thread, and several at a time but where a function says otherwise.
 
 enum class SocketError { none, wouldBlock, interrupted, other };
 

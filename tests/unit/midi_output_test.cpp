@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/log_capture.h"
@@ -74,6 +75,20 @@ TEST_F(MidiOutput, ClosingAnIdleDestinationOnlyCloses) {
   CloseMidiDestination(*synth);
   EXPECT_THAT(winmm.TakeCalls(), IsEmpty());
   EXPECT_EQ(Printed(), "");
+}
+
+// A driver may take its time for a close: no sender waits for it, and none finds the handle.
+TEST_F(MidiOutput, ANoteDuringTheCloseGoesNowhereAtOnce) {
+  OpenSynth();
+  winmm.WhenCalled("midiOutClose", [this] {
+    std::thread sender([this] { EXPECT_TRUE(Send({0xFE})); });
+    sender.join();
+  });
+  CloseMidiDestination(*synth);
+  EXPECT_THAT(winmm.TakeCalls(),
+              ElementsAre("midiOutClose(Synth)", "midiOutPrepareHeader(null, FE)"));
+  EXPECT_EQ(Printed(), "MMSYSERR_INVALHANDLE\n");
+  EXPECT_EQ(synth->handle, nullptr);
 }
 
 TEST_F(MidiOutput, OneThatWasClosedOpensAndSendsAgain) {
