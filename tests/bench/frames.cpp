@@ -17,6 +17,17 @@ std::size_t WriteHeader(char* frame, std::size_t payload) {
   return kHeader + payload;
 }
 
+template <class... Arguments>
+std::vector<char> SmallFrame(const char* address, const Arguments&... arguments) {
+  std::vector<char> frame(kHeader + 1024);
+  osc::OutboundPacketStream stream(frame.data() + kHeader, frame.size() - kHeader);
+  stream << osc::BeginMessage(address);
+  (stream << ... << arguments);
+  stream << osc::EndMessage;
+  frame.resize(WriteHeader(frame.data(), stream.Size()));
+  return frame;
+}
+
 }  // namespace
 
 std::size_t EncodeMidiFrame(char* frame, std::size_t room, const char* name, std::int32_t id,
@@ -36,21 +47,24 @@ std::vector<char> MidiFrame(const MidiAddress& address, const std::vector<std::u
 }
 
 std::vector<char> EndpointFrame(const char* address, const std::string& name, std::int32_t id) {
-  std::vector<char> frame(kHeader + 1024);
-  osc::OutboundPacketStream stream(frame.data() + kHeader, frame.size() - kHeader);
-  stream << osc::BeginMessage(address) << name.c_str() << static_cast<osc::int32>(id)
-         << osc::EndMessage;
-  frame.resize(WriteHeader(frame.data(), stream.Size()));
-  return frame;
+  return SmallFrame(address, name.c_str(), static_cast<osc::int32>(id));
 }
 
-std::vector<char> TimingFrame() {
-  std::vector<char> frame(kHeader + 64);
-  osc::OutboundPacketStream stream(frame.data() + kHeader, frame.size() - kHeader);
-  stream << osc::BeginMessage("/init_timing") << static_cast<osc::int64>(1) << osc::EndMessage;
-  frame.resize(WriteHeader(frame.data(), stream.Size()));
-  return frame;
+std::vector<char> CreateOscPortFrame(std::uint16_t destination, std::uint16_t bind,
+                                     const std::string& host) {
+  return SmallFrame("/osc/create_port", osc::int32{destination}, osc::int32{bind}, host.c_str());
 }
+
+std::vector<char> OscReportFrame(const std::string& bindKey, std::int32_t status) {
+  return SmallFrame("/osc/port_creation_report", bindKey.c_str(), static_cast<osc::int32>(status));
+}
+
+std::vector<char> OscDataFrame(const std::string& key, const void* data, std::size_t count) {
+  return SmallFrame("/osc", key.c_str(),
+                    osc::Blob(data, static_cast<osc::osc_bundle_element_size_t>(count)));
+}
+
+std::vector<char> TimingFrame() { return SmallFrame("/init_timing", osc::int64{1}); }
 
 std::vector<std::uint8_t> MidiOf(std::size_t count) {
   if (count == 3) return {0x90, 0x3C, 0x64};

@@ -25,6 +25,13 @@ std::vector<char> MidiFrame(const MidiAddress& address, const std::vector<std::u
 // "/add_remote_source" or a message like it.
 std::vector<char> EndpointFrame(const char* address, const std::string& name, std::int32_t id);
 
+// The messages of a loopback OSC port: the device's request for one, the port's report, and a
+// datagram.
+std::vector<char> CreateOscPortFrame(std::uint16_t destination, std::uint16_t bind,
+                                     const std::string& host);
+std::vector<char> OscReportFrame(const std::string& bindKey, std::int32_t status);
+std::vector<char> OscDataFrame(const std::string& key, const void* data, std::size_t count);
+
 // "/init_timing", which is answered.
 std::vector<char> TimingFrame();
 

@@ -16,6 +16,7 @@
 #include "bench/arrivals.h"
 #include "bench/bridge.h"
 #include "bench/desk.h"
+#include "bench/osc_load.h"
 #include "bench/results.h"
 #include "bench/stamp.h"
 #include "bench/watched_threads.h"
@@ -28,9 +29,13 @@ namespace {
 
 constexpr std::size_t kOthers = 8;
 constexpr std::size_t kSysexDevice = kOthers + 1;
+constexpr std::size_t kOscDevice = 1;
 constexpr int kPhases = 8;
 constexpr int kPairs = 400;  // of one message of ours and a bare one, in a phase
 constexpr int kWarmUpPairs = 50;
+constexpr int kSlices = 8;  // of a phase whose loads take turns
+constexpr std::size_t kSlice = kPairs / kSlices;
+constexpr std::size_t kSliceWarmUp = 10;
 constexpr int kShortestPause = 350;  // microseconds
 constexpr int kLongestPause = 650;
 constexpr std::chrono::milliseconds kLatest{2};
@@ -195,6 +200,21 @@ void PlayPairs(const Way& way, std::minstd_rand& dice, Result& result) {
   }
 }
 
+// Only ours, or only bare ones.
+void PlayAlone(const std::function<void(std::size_t)>& send, std::minstd_rand& dice,
+               std::vector<double>& took) {
+  std::uniform_int_distribution pause(kShortestPause, kLongestPause);
+  auto next = std::chrono::steady_clock::now();
+  for (std::size_t number = 0; number < kSliceWarmUp + kSlice; ++number) {
+    std::this_thread::sleep_until(next += std::chrono::microseconds(pause(dice)));
+    send(number);
+  }
+  for (std::size_t i = 0; i < kSliceWarmUp + kSlice; ++i) {
+    const double each = crossings.Microseconds(i);
+    if (i >= kSliceWarmUp) took.push_back(each);
+  }
+}
+
 class Scene {
  public:
   Scene() {
@@ -209,6 +229,7 @@ class Scene {
     Measure({{"alone", [] {}, [] {}}});
     AttachOthers();
     Measure(WithOthers());
+    MeasureOscPorts();
   }
 
  private:
@@ -228,16 +249,57 @@ class Scene {
             condition.end();
           }
           // Whatever is still on its way belongs to this condition and not to the next one.
-          for (std::size_t i = 0; i < bridge.Attached(); ++i) bridge.Flush(i);
-          bridge.DrainAll();
+          Settle();
         }
       }
     }
+    TellAll(results);
+  }
+
+  void Settle() {
+    for (std::size_t i = 0; i < bridge.Attached(); ++i) bridge.Flush(i);
+    bridge.DrainAll();
+  }
+
+  static void TellAll(std::vector<Result>& results) {
     for (Result& result : results) {
       result.unit = "us";
       result.phases = kPhases;
       Tell(result);
     }
+  }
+
+  // Ours while the library serves the ports of another device, and bare ones while sockets alone
+  // do as much, in short turns.
+  void MeasureOscPorts() {
+    const LibraryOscPorts library(bridge, kOscDevice);
+    const BareOscPorts bare(library);
+    const auto ways = Ways();
+    std::vector<Result> results(ways.size());
+    for (int phase = 0; phase < kPhases; ++phase) {
+      for (std::size_t i = 0; i < ways.size(); ++i) {
+        results[i].measure = ways[i].name + ", a device streams on 64 OSC ports";
+        const Receiver receiver(ways[i].receiver, ways[i].sender);
+        for (int slice = 0; slice < kSlices; ++slice) {
+          PlayBeside(library.Numbers(), bridge.Link(kOscDevice).device, library, ways[i].ours,
+                     results[i].ours);
+          PlayBeside(bare.Numbers(), bare.Stream(), library, ways[i].bare, results[i].limit);
+        }
+      }
+      Settle();
+    }
+    TellAll(results);
+  }
+
+  void PlayBeside(const std::vector<std::uint16_t>& numbers, int stream,
+                  const LibraryOscPorts& library, const std::function<void(std::size_t)>& send,
+                  std::vector<double>& took) {
+    {
+      const OscTraffic traffic(numbers, stream, library.Frames());
+      PlayAlone(send, dice, took);
+    }
+    const std::size_t toPrograms = library.Programs().Drain();
+    if (Drain(stream) == 0 || toPrograms == 0) GiveUp("the OSC ports did not stream");
   }
 
   void AttachOthers() {

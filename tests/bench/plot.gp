@@ -4,7 +4,7 @@
 # for one direction after the other.
 set output ARG2
 curves = ARG1
-loads = 5
+loads = 6
 set terminal svg size 1000,900 dynamic background "white"
 set multiplot layout 2,1 title "How much of all messages took longer"
 set logscale xy
