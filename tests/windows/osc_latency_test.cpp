@@ -140,7 +140,8 @@ class OscLatency : public testing::Test {
       EXPECT_TRUE(player->App().SendMidi("Synth", synth, note));
       std::this_thread::sleep_until(next += kBetweenNotes);
     }
-    EXPECT_TRUE(bridge.Control().WaitForJob(job).has_value());
+    // On a loaded machine the streaming leaves it a small part of the time.
+    EXPECT_TRUE(bridge.Control().WaitForJob(job, 4 * kPatience).has_value());
     const int output = bridge.Output("Synth");
     EXPECT_TRUE(bridge.Control().WaitForOutputMessages(output, kNotes));
     EXPECT_TRUE(WaitForMidiOf(*player, keys, kNotes));
