@@ -6,26 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "ports/desktop_names.h"
-#include "support/console_capture.h"
-#include "support/fake_clock.h"
-#include "support/log_capture.h"
-#include "support/osc_bytes.h"
-#include "support/scripted_sockets.h"
-#include "support/test_client.h"
-#include "support/test_server.h"
+#include "support/base_client_thread_fixture.h"
 
 namespace corvalint {
 namespace {
 
 using namespace test;
 
-class FrameCutByStop : public testing::Test {
+class FrameCutByStop : public BaseClientThreadTest {
  protected:
+  FrameCutByStop() { client.recorder = nullptr; }  // the messages are dispatched
+
   // A frame as large as can be and full of ones comes first, then one that lacks its last bytes;
   // the stop comes with them. The run is on the test's own thread, which therefore sends, too:
   // a piece whenever the client is about to wait.
-  void RunOver(const std::string& packet, std::size_t lacking) {
+  void RunOverCut(const std::string& packet, std::size_t lacking) {
     const std::string large = FrameOf(std::string(131072, '\xFF'), 7);  // a kind that is dropped
     std::vector<std::string> pieces;
     for (std::size_t at = 0; at < large.size(); at += 8192) {
@@ -44,26 +39,17 @@ class FrameCutByStop : public testing::Test {
     EXPECT_EQ(next, pieces.end());
     EXPECT_EQ(client.disconnects, 0);
   }
-
-  FakeClock clock;
-  LogCapture log;
-  ConsoleCapture console;
-  ScriptedSockets sockets;
-  TestServer server;
-  DesktopNames names;
-  ExternalMidiManager manager{server, server.Lock(), names};
-  TestClient client{server, manager};
 };
 
 TEST_F(FrameCutByStop, ASmallOneEndsInZeroes) {
-  RunOver(EndpointMessage("/remove_remote_source", "Piano", 0x01020304), 4);
+  RunOverCut(EndpointMessage("/remove_remote_source", "Piano", 0x01020304), 4);
   EXPECT_EQ(console.Take(), "receiving remove_remote_source: Piano || 0\nFinished\n");
 }
 
 // What is there of it stays where it is; a smaller one moves.
 TEST_F(FrameCutByStop, ALargeOneEndsInZeroes) {
   const std::string name(1000, 'n');
-  RunOver(EndpointMessage("/remove_remote_source", name, 0x01020304), 4);
+  RunOverCut(EndpointMessage("/remove_remote_source", name, 0x01020304), 4);
   EXPECT_EQ(console.Take(), "receiving remove_remote_source: " + name + " || 0\nFinished\n");
 }
 

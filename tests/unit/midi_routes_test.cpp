@@ -6,8 +6,8 @@
 #include <memory>
 #include <utility>
 
-#include "clients/route_changes.h"
 #include "platform/native_mutex.h"
+#include "support/clear_desktop.h"
 #include "support/manager_fixture.h"
 
 namespace corvalint {
@@ -16,18 +16,12 @@ namespace {
 // A device's routes over its manager and the desktop's destinations.
 class MidiRoutesTest : public test::ExternalMidiManagerTest {
  protected:
-  MidiRoutesTest() { ClearDesktop(); }
+  MidiRoutesTest() { test::ClearDesktop(); }
   ~MidiRoutesTest() override {
-    ClearDesktop();
+    test::ClearDesktop();
     Calls();  // what the driver is asked for is not these tests' business
   }
 
-  static void ClearDesktop() {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.destinations.clear();
-    routeChanges.Note();
-  }
   static MidiDestinationPointer AddDestination(std::int32_t id) {
     const auto destination = std::make_shared<MidiDestinationEndpoint>();
     destination->uniqueId = id;
@@ -101,7 +95,7 @@ TEST_F(MidiRoutesTest, ADestinationThatComesOrGoesIsNoticedAtOnce) {
   EXPECT_TRUE(routes.To(7).destinations.empty());
   const auto destination = AddDestination(7);
   EXPECT_EQ(routes.To(7).destinations, (std::vector{destination}));
-  ClearDesktop();
+  test::ClearDesktop();
   EXPECT_TRUE(routes.To(7).destinations.empty());
 }
 
@@ -110,7 +104,7 @@ TEST_F(MidiRoutesTest, KeepsNoShareOfWhatIsGoneBeyondTheNextMessage) {
   routes.To(7);
   const std::weak_ptr<MidiDestinationEndpoint> watched = destination;
   destination.reset();
-  ClearDesktop();
+  test::ClearDesktop();
   routes.To(8);  // for whatever id
   EXPECT_TRUE(watched.expired());
 }

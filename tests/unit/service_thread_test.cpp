@@ -10,6 +10,7 @@
 #include "service/log.h"
 #include "startup/service_start.h"
 #include "support/call_log.h"
+#include "support/clear_desktop.h"
 #include "support/console_capture.h"
 #include "support/deferred_threads.h"
 #include "support/fake_clock.h"
@@ -47,10 +48,7 @@ class Service : public testing::Test {
   ~Service() override {
     LogResetForTest();
     theUsbServer = nullptr;
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.clear();
-    registry.destinations.clear();
+    test::ClearDesktop();
   }
 
   // Runs the service until it has slept `rounds` times and has scanned after each; `inSleep` runs

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/clear_desktop.h"
 #include "support/fake_winmm.h"
 #include "support/usb_server_fixture.h"
 #include "winmidi/midi_endpoint_registry.h"
@@ -58,9 +59,7 @@ TEST_F(UsbServerThreadTest, TheDesktopIsScannedOnceBeforeTheSubscription) {
   EXPECT_EQ(found, 1);
   EXPECT_EQ(winmm.Count("midiOutGetNumDevs"), 1);
   winmm.TakeCalls();
-  MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-  CriticalSectionScope hold(registry.listLock);
-  registry.destinations.clear();
+  test::ClearDesktop();
 }
 
 TEST_F(UsbServerThreadTest, AStopEndsTheRunAfterTheCurrentSleep) {

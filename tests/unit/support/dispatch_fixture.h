@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "clients/route_changes.h"
 #include "ports/desktop_names.h"
 #include "protocol/osc_listener.h"
+#include "support/clear_desktop.h"
 #include "support/console_capture.h"
 #include "support/fake_clock.h"
 #include "support/fake_virtual_midi.h"
@@ -39,14 +39,6 @@ class DispatchFixture : public testing::Test {
     ClearDesktop();
     EXPECT_EQ(server.Lock().HoldsOfThisThread(), 0u);
     EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
-  }
-
-  static void ClearDesktop() {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.clear();
-    registry.destinations.clear();
-    routeChanges.Note();
   }
 
   static void AddDestination(std::int32_t id) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/clear_desktop.h"
 #include "support/console_capture.h"
 #include "support/fake_clock.h"
 #include "support/paired_exports.h"
@@ -44,11 +45,8 @@ class EndpointExportsTest : public testing::Test {
     endpoint.uniqueId = id;
   }
   static void Clear() {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    registry.delegate = nullptr;
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.clear();
-    registry.destinations.clear();
+    GetMidiEndpointRegistry().delegate = nullptr;
+    ClearDesktop();
   }
 };
 

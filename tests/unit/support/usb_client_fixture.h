@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ports/desktop_names.h"
+#include "support/clear_desktop.h"
 #include "support/console_capture.h"
 #include "support/fake_clock.h"
 #include "support/fake_mobile_device.h"
@@ -38,13 +39,6 @@ class UsbClientFixture : public testing::Test {
     EXPECT_EQ(threads.Terminated(), 0);
     EXPECT_EQ(log.Count("DEBUG ~UsbClientThread"), 1);
     EXPECT_EQ(server.clientLock.HoldsOfThisThread(), 0u);
-  }
-
-  static void ClearDesktop() {
-    MidiEndpointRegistry& registry = GetMidiEndpointRegistry();
-    CriticalSectionScope hold(registry.listLock);
-    registry.sources.clear();
-    registry.destinations.clear();
   }
 
   template <class Endpoint>
