@@ -26,7 +26,8 @@ device::DeviceOptions Ears(WorldDevice& device) {
       device.datagrams.Saw(bytes.data(), bytes.size());
     } else if (received.message.address == "/osc/port_creation_report" &&
                received.message.typeTags == "si" &&
-               received.message.Argument<std::int32_t>(1) == static_cast<std::int32_t>(LocalOSCPort::Status::ready)) {
+               received.message.Argument<std::int32_t>(1) ==
+                   static_cast<std::int32_t>(LocalOSCPort::Status::ready)) {
       const auto& key = received.message.Argument<std::string>(0);
       device.readyPorts.Saw(reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
     }
