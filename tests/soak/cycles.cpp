@@ -1,4 +1,5 @@
 // Thousands of arrivals and departures with traffic on every way, to see whether anything grows.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,9 +62,11 @@ bool Round(World& world, const Desk& desk, std::uint64_t round) {
   return world.WaitUntilAllLeft() && ComplaintCount() == 0;
 }
 
-// Threads that have returned may be there for a moment still.
+// Threads that have returned may be there for a moment still, and the heap may hold pages that were
+// in use at a busier moment.
 std::vector<double> Sample(const World& world, std::uint64_t threadsAtRest) {
   Await([&] { return CountProcess().threads <= threadsAtRest; });
+  malloc_trim(0);
   const ProcessCounts counts = CountProcess();
   return {static_cast<double>(counts.threads),       static_cast<double>(counts.descriptors),
           static_cast<double>(counts.sockets),       static_cast<double>(counts.heapBytes),
@@ -106,12 +109,15 @@ bool Run(std::uint64_t cycles, const std::string& table) {
 }
 
 // Blocks that threads keep for themselves count as used, and they keep more the longer they live;
-// so they keep none, and share one heap. The system's allocator looks at the variable only at the
-// start of the program, which is therefore started again.
+// so they keep none, and share one heap. Nor are the stacks of ended threads kept for the next
+// ones: how many there are depends on how many threads once ran at the same time. The C library
+// looks at the variable only at the start of the program, which is therefore started again.
 void CountEveryByte(char** arguments) {
   constexpr const char* kVariable = "GLIBC_TUNABLES";
   if (std::getenv(kVariable) != nullptr) return;
-  setenv(kVariable, "glibc.malloc.tcache_count=0:glibc.malloc.arena_max=1", 1);
+  setenv(kVariable,
+         "glibc.malloc.tcache_count=0:glibc.malloc.arena_max=1:glibc.pthread.stack_cache_size=0",
+         1);
   execv("/proc/self/exe", arguments);
   std::fprintf(stderr, "the program cannot be started again; the heap will seem to grow\n");
 }
