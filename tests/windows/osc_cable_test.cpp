@@ -121,7 +121,9 @@ class OscCable : public testing::Test {
       const auto how = (i + stream) % 2 == 0 ? device::CutHow::kReset : device::CutHow::kFinish;
       ASSERT_NO_FATAL_FAILURE(travellers[i]->Pull(how));
     }
-    ASSERT_TRUE(threads.WaitFor(kDevices * kPortsEach * stream));
+    ASSERT_TRUE(threads.WaitFor(kDevices * kPortsEach * stream))
+        << "stream " << stream << ": " << threads.Seen() << " threads have ended; the log:\n"
+        << bridge.GetDesk().Log();
     for (const auto& traveller : travellers) traveller->Drain();
   }
   Bridge bridge{{"Keys"}, {"Synth"}};

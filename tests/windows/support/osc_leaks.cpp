@@ -32,7 +32,7 @@ bool EndedThreads::WaitFor(std::size_t count) {
         }
         return seen >= count;
       },
-      kPatience);
+      3 * kPatience);  // eighty threads end at once, some after the second that a stream takes
 }
 
 harness::ProcessCounts SettledCounts(Bridge& bridge, EndedThreads& threads, std::size_t ended) {

@@ -16,6 +16,8 @@ class EndedThreads {
   explicit EndedThreads(Bridge& observed) : bridge(observed) {}
   // Until there are so many in all.
   bool WaitFor(std::size_t count);
+  // How many there were when that was last asked.
+  std::size_t Seen() const { return seen; }
 
  private:
   Bridge& bridge;
