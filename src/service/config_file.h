@@ -10,9 +10,8 @@ using ConfigMap = std::map<std::string, std::string>;
 // Adds the entries of a key/value text file to the map; nothing when the file cannot be opened. A
 // key that stands twice keeps the value of its last line. Throws std::out_of_range "invalid string
 // position" at a line whose value is empty; the entries before it are in the map by then. The file
-// is read byte by byte, and no byte ends it. Not even 0x1A does, where the text files of Windows
-// end: on purpose, since what stands behind it is lost to nobody here. `path` is UTF-8 with
-// backslashes.
+// is read byte by byte, and no byte ends it, on purpose not even 0x1A, where programs of Windows
+// end a text: what stands behind it counts as well. `path` is UTF-8 with backslashes.
 //
 //   key = value        the key loses blanks at its end, the value at both ends
 //   ; text, # text     a comment, only with that very first character

@@ -167,7 +167,8 @@ void WriteLine(Log& log, int level, const char* format, va_list arguments) {
   if (OverLimit(log.byteCount)) Rotate(log);
 }
 
-// Null, and a complaint, without a log.
+// Null, and a complaint, without a log. That only the one of LogInfo ends its line is on purpose:
+// what the library prints stays byte for byte as it is.
 Log* LogOrComplaint(int level) {
   Log* const log = theLog.load();
   if (log == nullptr) {
